@@ -1,0 +1,29 @@
+# kelchk_add_library(target folder pem): libkelchk.so in ${folder}, trusting the root certificate ${pem}.
+#
+# It is linked by the C driver without start files, so that nothing runs at load and no C++ runtime is needed.
+
+function(kelchk_add_library target folder pem)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/core/*.cc ${PROJECT_SOURCE_DIR}/trust/*.cc
+    ${PROJECT_SOURCE_DIR}/device/*.cc ${PROJECT_SOURCE_DIR}/records/*.cc)
+  set(embedded ${PROJECT_BINARY_DIR}/${target}_root_certificate.cc)
+  kelchk_embed_root_certificate(${pem} ${embedded})
+
+  add_library(${target} SHARED ${sources} ${embedded})
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME kelchk
+    LIBRARY_OUTPUT_DIRECTORY ${folder}
+    LINKER_LANGUAGE C
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/kelchk.map
+    BUILD_RPATH "$ORIGIN")
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} PUBLIC ${PROJECT_SOURCE_DIR}/include)
+  target_compile_options(${target} PRIVATE
+    -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -ffunction-sections -fdata-sections
+    -fstack-protector-strong $<$<NOT:$<OR:$<CONFIG:Debug>,$<BOOL:${KELCHK_SANITIZE}>>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+  target_link_options(${target} PRIVATE -nostartfiles
+    LINKER:--version-script=${PROJECT_SOURCE_DIR}/kelchk.map LINKER:--gc-sections LINKER:--as-needed
+    LINKER:--hash-style=gnu LINKER:--enable-new-dtags LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+  if(NOT KELCHK_SANITIZE)  # a sanitizer's own functions come with the program
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
+  target_link_libraries(${target} PRIVATE kelchk_warnings ${KELCHK_PLATFORM} kelchk_crypto ${CMAKE_DL_LIBS})
+endfunction()

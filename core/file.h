@@ -1,0 +1,37 @@
+// Files, by descriptor.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace kelchk {
+
+// Owns a descriptor. -1 is none.
+class Fd {
+ public:
+  explicit Fd(int fd) noexcept : fd_(fd) {}
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  ~Fd() { reset(); }
+
+  explicit operator bool() const noexcept { return fd_ >= 0; }
+  [[nodiscard]] int get() const noexcept { return fd_; }
+
+  void reset() noexcept {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+[[nodiscard]] inline int open_to_read(const char* path) noexcept {
+  return ::open(path, O_RDONLY | O_CLOEXEC);
+}
+
+[[nodiscard]] inline int open_to_replace(const char* path) noexcept {
+  return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+}  // namespace kelchk

@@ -1,0 +1,40 @@
+// What build the phone runs.
+#include <string.h>
+
+#include "device/attributes.h"
+#include "device/property.h"
+#include "kelchk.h"
+
+namespace kelchk {
+namespace {
+
+// A user build counts as rooted when it says so, in whatever words, or lets itself be debugged.
+bool is_user_build_rooted() noexcept {
+  if (!Property("ro.vendor.kelo.userroot").absent()) return true;
+  const Property debuggable("ro.debuggable");
+  return !debuggable.absent() && !debuggable.is("0");
+}
+
+int write_word(char* out, const char* word) noexcept {
+  memcpy(out, word, strlen(word) + 1);
+  return 0;
+}
+
+}  // namespace
+
+int get_build_time(Text& out) noexcept {
+  const Property incremental("ro.system.build.version.incremental");
+  if (incremental.absent()) return -1;
+  return write_word(out, incremental.value);
+}
+
+}  // namespace kelchk
+
+using namespace kelchk;
+
+int get_build_type(char* out) noexcept {
+  const Property type("ro.build.type");
+  if (type.is("userdebug") || type.is("eng")) return write_word(out, type.value);
+  if (!type.is("user")) return -1;
+  return write_word(out, is_user_build_rooted() ? "user_root" : "user");
+}

@@ -1,0 +1,19 @@
+// System properties.
+#pragma once
+
+namespace kelchk {
+
+// One system property, as it was when this was made. An absent property reads as "false" unless another fallback is
+// given; one that is set to "false" cannot be told from it.
+struct Property {
+  explicit Property(const char* name, const char* fallback = "false") noexcept;
+
+  // Compares whole words: "normal" is not a prefix.
+  [[nodiscard]] bool is(const char* word) const noexcept;
+  [[nodiscard]] bool absent() const noexcept { return is("false"); }
+
+  char value[128] = {};
+  int result;  // as the system gave it; negative when it could not look
+};
+
+}  // namespace kelchk

@@ -1,0 +1,66 @@
+#include <errno.h>
+#include <string.h>
+
+#include "core/file.h"
+#include "core/hex.h"
+#include "core/log.h"
+#include "device/identifiers.h"
+#include "kelchk.h"
+
+namespace kelchk {
+namespace {
+
+constexpr size_t kRawCap = 257;
+constexpr size_t kMaxRidLen = 256;
+constexpr size_t kMediaTekIdLen = 16;
+
+[[nodiscard]] int open_rid(const char* path) noexcept {
+  const int fd = open_to_read(path);
+  if (fd < 0) log_error("Failed to open chip rid file %s, errno=%d", path, errno);
+  return fd;
+}
+
+[[nodiscard]] int read_mediatek_rid(Text& rid) noexcept {
+  const Fd file(open_rid("/proc/rid"));
+  if (!file) return -1;
+  unsigned char raw[2 * kMediaTekIdLen];
+  size_t gathered = 0;
+  while (gathered < kMediaTekIdLen) {
+    const ssize_t count = ::read(file.get(), raw + gathered, kMediaTekIdLen);
+    if (count <= 0) break;
+    gathered += static_cast<size_t>(count);
+  }
+  memcpy(rid, "mt", 2);
+  write_hex(rid + 2, raw, 2 * gathered);
+  return 0;
+}
+
+[[nodiscard]] int read_unisoc_rid(Text& rid) noexcept {
+  Fd file(open_rid("/sys/kelonix/hwinfo/chip_uid"));
+  if (!file) return -1;
+  char raw[kRawCap] = {};
+  const ssize_t count = ::read(file.get(), raw, sizeof raw);
+  file.reset();
+  if (count < 1) return fail("Failed to read chip rid file /sys/kelonix/hwinfo/chip_uid \n");
+  const std::string_view id = text_of(raw);
+  memcpy(rid, "sp", 2);
+  memcpy(rid + 2, id.data(), id.size());
+  return 0;
+}
+
+}  // namespace
+
+int read_rid(Text& out) noexcept {
+  if ((is_mt_chip() ? read_mediatek_rid(out) : read_unisoc_rid(out)) != 0) return -1;
+  size_t len = 0;
+  for (; out[len] != '\0'; ++len) {
+    if (out[len] >= 'A' && out[len] <= 'Z') out[len] = static_cast<char>(out[len] - 'A' + 'a');
+  }
+  if (len > kMaxRidLen) {
+    log_error("rid is too long, len=%zu", len);
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace kelchk

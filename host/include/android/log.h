@@ -1,0 +1,28 @@
+/* The part of the Android log interface that the library uses, for builds that have no Android SDK. For C and C++. */
+#ifndef KELCHK_HOST_ANDROID_LOG_H_
+#define KELCHK_HOST_ANDROID_LOG_H_
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum android_LogPriority {
+  ANDROID_LOG_UNKNOWN = 0,
+  ANDROID_LOG_DEFAULT,
+  ANDROID_LOG_VERBOSE,
+  ANDROID_LOG_DEBUG,
+  ANDROID_LOG_INFO,
+  ANDROID_LOG_WARN,
+  ANDROID_LOG_ERROR,
+  ANDROID_LOG_FATAL,
+  ANDROID_LOG_SILENT
+} android_LogPriority;
+
+/* Writes one message under |tag|. Returns 1 when it was written, and a negative number when not. */
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KELCHK_HOST_ANDROID_LOG_H_ */

@@ -1,0 +1,86 @@
+// liblog.so of the simulated phone. The environment variable KELCHK_LOG says where messages go:
+//   unset or empty   to stderr, for reading: "E kelchk: text"
+//   "none"           nowhere
+//   a file's path    appended to it, for comparing: "6 kelchk text"
+// In both forms a message is one line: "\" is written as "\\" and a line break as "\n". For reading, the line break
+// that ends most messages is left out.
+#include <android/log.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+__attribute__((format(printf, 1, 0))) std::string format(const char* fmt, va_list args) {
+  va_list again;
+  va_copy(again, args);
+  const int len = std::vsnprintf(nullptr, 0, fmt, args);
+  std::string text(len > 0 ? static_cast<size_t>(len) : 0, '\0');
+  std::vsnprintf(text.data(), text.size() + 1, fmt, again);
+  va_end(again);
+  return text;
+}
+
+std::string one_line(std::string_view text) {
+  std::string line;
+  for (const char c : text) {
+    if (c == '\\') line += "\\\\";
+    else if (c == '\n') line += "\\n";
+    else line += c;
+  }
+  return line;
+}
+
+std::string readable_line(int prio, const char* tag, std::string_view text, bool colour) {
+  constexpr std::string_view kLetters = "??VDIWEF";
+  constexpr const char* kColours[] = {"", "", "", "36", "32", "33", "31", "31"};
+  const size_t known = prio > 0 && prio < static_cast<int>(kLetters.size()) ? static_cast<size_t>(prio) : 0;
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  std::string letter(1, kLetters[known]);
+  if (colour) letter = std::string("\033[") + kColours[known] + "m" + letter + "\033[0m";
+  return letter + " " + tag + ": " + one_line(text) + "\n";
+}
+
+// One write for a line, so that the lines of several processes do not mix.
+bool write_line(int fd, const std::string& line) {
+  return ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+}
+
+bool append_line(const char* path, const std::string& line) {
+  const int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  if (fd < 0) return false;
+  const bool written = write_line(fd, line);
+  ::close(fd);
+  return written;
+}
+
+bool deliver(int prio, const char* tag, const std::string& text) {
+  const char* chosen = std::getenv("KELCHK_LOG");
+  const std::string_view destination = chosen ? chosen : "";
+  if (destination == "none") return true;
+  if (!destination.empty() && append_line(chosen, std::to_string(prio) + " " + tag + " " + one_line(text) + "\n")) {
+    return true;
+  }
+  // A message that its file did not take is better shown than lost.
+  return write_line(STDERR_FILENO, readable_line(prio, tag, text, ::isatty(STDERR_FILENO) == 1));
+}
+
+}  // namespace
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  const int saved_errno = errno;  // callers report errno after they have logged something else
+  va_list args;
+  va_start(args, fmt);
+  const std::string text = format(fmt, args);
+  va_end(args);
+  const bool delivered = deliver(prio, tag ? tag : "", text);
+  errno = saved_errno;
+  return delivered ? 1 : -1;
+}

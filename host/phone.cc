@@ -1,0 +1,221 @@
+#include "phone.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace phone {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kPropertyFile[] = "system/build.prop";
+
+void write_file(const fs::path& path, std::string_view content) {
+  fs::create_directories(path.parent_path());
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << content << std::flush;
+  if (!file) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
+}
+
+// |content| at |offset| of |size| bytes, the rest zeros.
+std::string image(size_t size, size_t offset, std::string_view content) {
+  std::string bytes(size, '\0');
+  return content.empty() ? bytes : bytes.replace(offset, content.size(), content).substr(0, size);
+}
+
+std::string decimal(int number, size_t width) {
+  const std::string digits = std::to_string(number);
+  return digits.size() < width ? std::string(width - digits.size(), '0') + digits : digits;
+}
+
+char luhn_digit(std::string_view digits) {
+  int sum = 0;
+  for (size_t i = 0; i < digits.size(); i++) {
+    const int value = (digits[i] - '0') * (i % 2 == 0 ? 1 : 2);
+    sum += value / 10 + value % 10;
+  }
+  return static_cast<char>('0' + (10 - sum % 10) % 10);
+}
+
+// Two digits a byte, the first in the low nibble, filled up with F.
+std::string swapped_bcd(std::string digits) {
+  digits.resize(16, 'F');
+  for (size_t i = 0; i < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
+  return bytes_from_hex(digits);
+}
+
+std::string with_colons(const std::string& mac) {
+  std::string text;
+  for (size_t i = 0; i < mac.size(); i += 2) text.append(i ? ":" : "").append(mac, i, 2);
+  return text;
+}
+
+std::map<std::string, std::string> default_properties(Chip chip) {
+  const bool is_mediatek = chip == Chip::kMediaTek;
+  std::map<std::string, std::string> properties = {
+      {"ro.hardware", is_mediatek ? "mt6768" : "ums512"},
+      {"ro.product.brand", is_mediatek ? "Aldan_X" : "Aldan"},
+      {"ro.product.device", is_mediatek ? "Aldan-KX67" : "Aldan-KU51"},
+      {"ro.product.first_api_level", "31"},
+      {"ro.system.build.version.incremental", "20240429V3"},
+      {"ro.build.type", "user"},
+      {"ro.debuggable", "0"},
+      {"ro.bootmode", "normal"},
+      {"ro.boot.blow_disbrom", "1"},
+      {"ro.boot.otp_ver", "2"},
+      {"ro.boot.sec_img_ver", "3"},
+      {"ro.boot.anti_rollback_status", "1"},
+      {"ro.boot.avb_img_ver", "3"},
+      {"ro.boot.vbmeta.device_state", "locked"},
+      {"ro.boot.sec_da_ver", "2"},
+      {"ro.boot.efusemode", "hw"},
+      {"ro.boot.vbmeta.digest", std::string(60, '9') + "beef"},
+      {"ro.bootimage.build.date", "Mon Apr 29 10:12:44 UTC 2024"},
+      {"ro.vendor.kelo.anti.crack.p7.support", "1"},
+  };
+  for (const char* partition : {"odm", "product", "system", "system_ext", "vendor", "vendor_dlkm"}) {
+    properties["ro." + std::string(partition) + ".build.date"] = "Mon Apr 29 10:20:30 UTC 2024";
+  }
+  char digest = 'a';
+  for (const char* partition : {"odm_dlkm", "product", "system", "system_ext", "vendor", "vendor_dlkm"}) {
+    properties["partition." + std::string(partition) + ".verified.root_digest"] = std::string(64, digest++);
+  }
+  if (!is_mediatek) properties["ro.vendor.product.partitionpath"] = "/dev/block/by-name/";
+  return properties;
+}
+
+// The links of a phone's /proc lead into the real one, which nothing else in the world does.
+bool is_sandbox() {
+  std::error_code missing;
+  return fs::read_symlink("/proc/self", missing) == "/run/proc/self";
+}
+
+void refuse_foreign(const fs::path& root) {
+  if (!fs::exists(root)) return;
+  if (fs::equivalent(root, "/")) {
+    if (is_sandbox()) return;
+    throw std::runtime_error(root.string() + " is this machine's own root: start the program with \"phone scratch\"");
+  }
+  if (fs::is_empty(root) || fs::exists(root / kPropertyFile)) return;
+  throw std::runtime_error(root.string() + " holds other files and no phone (no " + kPropertyFile + "): not touched");
+}
+
+// The library makes folders that an ordinary user, who is root only inside, could not look into from outside.
+void remove_tree(const fs::path& path) {
+  if (fs::is_directory(fs::symlink_status(path))) {
+    fs::permissions(path, fs::perms::owner_all, fs::perm_options::add);
+    for (const fs::directory_entry& entry : fs::directory_iterator(path)) remove_tree(entry.path());
+  }
+  fs::remove(path);
+}
+
+// The folders themselves stay: in a sandbox they may be where something is mounted.
+void clear(const fs::path& root) {
+  for (const std::string name : kOwnFolders) {
+    const fs::path folder = root / name;
+    if (!fs::is_directory(fs::symlink_status(folder))) fs::remove(folder);
+    fs::create_directories(folder);
+    if (name == "proc") continue;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) remove_tree(entry.path());
+  }
+  fs::remove_all(root / "proc/rid");
+}
+
+void make_common(const fs::path& root, const Identity& identity) {
+  std::string properties = "# The properties of this phone. Each question reads this file afresh.\n";
+  for (const auto& [name, value] : identity.properties) properties.append(name).append("=").append(value).append("\n");
+  write_file(root / kPropertyFile, properties);
+  for (const char* name : kDevices) fs::create_symlink(fs::path("/run/dev") / name, root / "dev" / name);
+  for (const char* parent : {"mnt/vendor/persist", "mnt/vendor/productinfo"}) fs::create_directories(root / parent);
+}
+
+void make_mediatek(const fs::path& root, const Identity& identity) {
+  write_file(root / "proc/rid", identity.rid);
+  std::string proinfo = image(4096, 0, identity.psn);
+  write_file(root / "dev/block/by-name/proinfo", proinfo.replace(64, 8, swapped_bcd(identity.imei)));
+  write_file(root / "mnt/vendor/nvdata/APCFG/APRDEB/WIFI", image(512, 4, bytes_from_hex(identity.mac)));
+  write_file(root / "vendor/nvdata/APCFG/APRDEB/ANTI_CS", image(2048, 0, identity.country));
+}
+
+void make_unisoc(const fs::path& root, const Identity& identity) {
+  write_file(root / "sys/kelonix/hwinfo/chip_uid", identity.rid);
+  write_file(root / "dev/block/by-name/miscdata", image(4096, 4, identity.psn));
+  write_file(root / "mnt/vendor/wifimac.txt", with_colons(identity.mac));
+  write_file(root / "mnt/vendor/productinfo/finstatus/finstatus.prop", identity.country);
+  write_file(root / "vendor/modem/imei", identity.imei);
+  write_file(root / "vendor/efuse/secure", std::to_string(identity.efuse) + "\n");
+}
+
+void install(const fs::path& library, const fs::path& folder) {
+  fs::create_directories(folder);
+  fs::copy_file(library, folder / library.filename());
+}
+
+}  // namespace
+
+Identity default_identity(Chip chip, int serial) {
+  Identity identity;
+  identity.chip = chip;
+  const std::string imei = "35209900" + decimal((176148 + serial) % 1000000, 6);
+  identity.imei = imei + luhn_digit(imei);
+  identity.properties = default_properties(chip);
+  if (chip == Chip::kMediaTek) {
+    identity.rid = bytes_from_hex("0123456789ABCDEF0123456789" + decimal(serial, 6));
+    identity.mac = "000AF5" + decimal(serial, 6);
+    identity.psn = "KX67" + decimal(serial, 12);
+    identity.country = std::string("\x01\0\0\0\0\0\0\0\0", 9) + "KZ|3|QVk=_XkY=";
+  } else {
+    identity.rid = "AB12CD34" + decimal(serial, 8);
+    identity.mac = "02c0de" + decimal(serial, 6);
+    identity.psn = "KU51" + decimal(serial, 12);
+    identity.country = "0|0|0|0|0|0|0|0|0|0|KZ|3|QVk=_XkY=";
+  }
+  return identity;
+}
+
+std::string bytes_from_hex(std::string_view hex) {
+  std::string bytes;
+  for (size_t i = 0; i < hex.size(); i += 2) {
+    const std::string_view pair = hex.substr(i, 2);
+    unsigned char byte = 0;
+    const auto [end, error] = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
+    if (error != std::errc() || end != pair.data() + 2) {
+      throw std::invalid_argument("\"" + std::string(hex) + "\" is not pairs of hexadecimal digits");
+    }
+    bytes += static_cast<char>(byte);
+  }
+  return bytes;
+}
+
+void make(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
+  refuse_foreign(root);
+  clear(root);
+  make_common(root, identity);
+  if (identity.chip == Chip::kMediaTek) {
+    make_mediatek(root, identity);
+    install(vendor_libraries / "libnvram.so", root / "vendor/lib64");
+    return;
+  }
+  make_unisoc(root, identity);
+  install(vendor_libraries / "libatci.so", root / "vendor/lib");
+  install(vendor_libraries / "libefuse.so", root / "vendor/lib");
+}
+
+void set_property(const fs::path& root, const std::string& name, const std::string& value) {
+  const fs::path path = root / kPropertyFile;
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error("no phone in " + root.string() + ": cannot read its " + kPropertyFile);
+
+  std::string kept;
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with(name + "=")) kept += line + "\n";
+  }
+  if (!value.empty()) kept += name + "=" + value + "\n";
+  write_file(path, kept);
+}
+
+}  // namespace phone

@@ -1,0 +1,48 @@
+// The simulated phone: a folder that looks like a phone's root to the library.
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace phone {
+
+enum class Chip { kMediaTek, kUnisoc };
+
+// What makes one phone this phone. Every text is stored as the library's sources store it.
+struct Identity {
+  Chip chip = Chip::kMediaTek;
+  std::string rid;       // MediaTek: the bytes of /proc/rid; Unisoc: the text of chip_uid
+  std::string imei;      // 15 digits; MediaTek: packed into proinfo, Unisoc: the modem's answer to AT+CGSN
+  std::string mac;       // 12 hexadecimal characters; MediaTek: in the WIFI record, Unisoc: wifimac.txt, with colons
+  std::string psn;       // 16 characters
+  std::string country;   // MediaTek: the first bytes of ANTI_CS (padded to 2048 bytes); Unisoc: finstatus.prop
+  int efuse = 1;         // Unisoc: what the efuse library answers
+  std::map<std::string, std::string> properties;
+};
+
+// The folders of a phone that are the phone's alone; in /proc only what the phone has there itself.
+inline constexpr std::array kOwnFolders = {"proc", "sys", "dev", "mnt", "vendor", "system", "kelofs"};
+
+// The devices of a phone, links into /run/dev, where a sandbox has the real ones.
+inline constexpr std::array kDevices = {"null", "zero", "full", "random", "urandom", "tty", "stdin", "stdout", "stderr",
+                                        "fd", "shm"};
+
+// A complete, consistent phone of the family. Two phones of a family are told apart by |serial|, 0 to 999999.
+Identity default_identity(Chip chip, int serial = 0);
+
+// The bytes that |hex| writes down. Throws when it has an odd length or a character that is not hexadecimal.
+std::string bytes_from_hex(std::string_view hex);
+
+// Makes |root| (which may exist) hold exactly this phone: every file that the library may read, the empty parents of
+// the store directories, the vendor libraries copied from |vendor_libraries|. What else was in the phone's own folders
+// is removed first. So that a mistyped path costs nothing, |root| must be missing, empty or a phone already, and "/"
+// only inside the sandbox. Throws when that or any step fails.
+void make(const std::filesystem::path& root, const Identity& identity, const std::filesystem::path& vendor_libraries);
+
+// Sets one property in a phone that exists; an empty value removes it. Throws when the phone has no property file.
+void set_property(const std::filesystem::path& root, const std::string& name, const std::string& value);
+
+}  // namespace phone

@@ -1,0 +1,121 @@
+// The program "phone": makes simulated phones, changes them and runs commands inside them.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "phone.h"
+#include "sandbox.h"
+
+namespace {
+
+constexpr int kToolFailed = 125;  // apart from what a command returns
+
+using Text = std::optional<std::string>;
+
+struct MakeRequest {
+  std::string folder;
+  std::string chip;
+  int serial = 0;
+  Text rid, imei, mac, psn, country;
+  std::optional<int> efuse;
+  std::vector<std::string> properties;
+  std::string vendor_libraries = PHONE_VENDOR_LIBRARIES;
+};
+
+std::pair<std::string, std::string> split_property(const std::string& text) {
+  const size_t equals = text.find('=');
+  if (equals == 0 || equals == std::string::npos) throw std::invalid_argument("\"" + text + "\" is not NAME=VALUE");
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+void make_phone(const MakeRequest& request) {
+  const bool is_mediatek = request.chip == "mediatek";
+  const phone::Chip chip = is_mediatek ? phone::Chip::kMediaTek : phone::Chip::kUnisoc;
+  phone::Identity identity = phone::default_identity(chip, request.serial);
+  const bool rid_in_hex = request.rid && is_mediatek;
+  identity.rid = rid_in_hex ? phone::bytes_from_hex(*request.rid) : request.rid.value_or(identity.rid);
+  identity.imei = request.imei.value_or(identity.imei);
+  identity.mac = request.mac.value_or(identity.mac);
+  identity.psn = request.psn.value_or(identity.psn);
+  identity.country = request.country.value_or(identity.country);
+  identity.efuse = request.efuse.value_or(identity.efuse);
+  for (const std::string& property : request.properties) {
+    const auto [name, value] = split_property(property);
+    identity.properties[name] = value;
+  }
+  phone::make(request.folder, identity, request.vendor_libraries);
+}
+
+void add_make(CLI::App& app, MakeRequest& request) {
+  CLI::App* make = app.add_subcommand("make", "Make the folder DIR a phone; everything in it is a plain file");
+  make->add_option("DIR", request.folder, "Missing, empty or a phone already")->required();
+  make->add_option("--chip", request.chip, "Chip family")->required()->check(CLI::IsMember({"mediatek", "unisoc"}));
+  make->add_option("--serial", request.serial, "Tells phones of a family apart")->check(CLI::Range(0, 999999));
+  make->add_option("--rid", request.rid, "Chip id: hexadecimal on mediatek, the text itself on unisoc");
+  make->add_option("--imei", request.imei, "15 digits");
+  make->add_option("--mac", request.mac, "12 hexadecimal digits");
+  make->add_option("--psn", request.psn, "Product serial number, 16 characters");
+  make->add_option("--country", request.country, "Country configuration");
+  make->add_option("--efuse", request.efuse, "What the efuse library of a unisoc phone answers");
+  make->add_option("--prop", request.properties, "A property")->allow_extra_args(false)->option_text("NAME=VALUE ...");
+  make->add_option("--vendor-libraries", request.vendor_libraries, "Folder of the vendor libraries to install");
+  make->callback([&request] { make_phone(request); });
+}
+
+void add_set(CLI::App& app, MakeRequest& request) {
+  CLI::App* set = app.add_subcommand("set", "Change properties of the phone DIR; an empty value removes one");
+  set->add_option("DIR", request.folder)->required();
+  set->add_option("NAME=VALUE", request.properties)->required();
+  set->callback([&request] {
+    for (const std::string& property : request.properties) {
+      const auto [name, value] = split_property(property);
+      phone::set_property(request.folder, name, value);
+    }
+  });
+}
+
+CLI::App* add_running(CLI::App& app, phone::Run& request, const char* name, const char* description) {
+  CLI::App* running = app.add_subcommand(name, description);
+  running->add_option("--bind", request.binds, "Show this file or folder inside too")->allow_extra_args(false);
+  running->add_option("--clock", request.clock, "\"2030-01-01 12:00:00\" stands still, with \"@\" before it it runs");
+  running->footer("After \"--\": the command and its arguments. Their folder and the current one are seen inside.\n"
+                  "The result is the command's, 128+N after signal N, or 125 when it could not be started.");
+  return running;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  MakeRequest request;
+  phone::Run run;
+  CLI::App app("Simulated phones for trying a library that reads fixed paths of a phone", "phone");
+  app.require_subcommand(1);
+  add_make(app, request);
+  add_set(app, request);
+  CLI::App* running = add_running(app, run, "run", "Run a command with the phone DIR as its root");
+  running->add_option("DIR", run.root)->required();
+  CLI::App* scratch = add_running(app, run, "scratch", "Run a command in an empty phone that is gone afterwards");
+
+  // What follows "--" is the command's, whatever it looks like.
+  char** const arguments_end = argv + argc;
+  char** const own_end = std::find(argv, arguments_end, std::string("--"));
+  if (own_end != arguments_end) run.command.assign(own_end + 1, arguments_end);
+  try {
+    app.parse(static_cast<int>(own_end - argv), argv);
+    if (!running->parsed() && !scratch->parsed()) return 0;
+    if (run.command.empty()) throw std::invalid_argument("no command: give it after \"--\"");
+    return phone::run(run);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kToolFailed;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "phone: %s\n", error.what());
+    return kToolFailed;
+  }
+}
