@@ -6,19 +6,23 @@
 namespace kelchk {
 namespace {
 
+constexpr char kLibrary[] = "/vendor/lib/libatci.so";
+constexpr char kLibrary64[] = "/vendor/lib64/libatci.so";
+
 using SendAtCommand = int(int channel, const char* command, char* response, int capacity);
 
 }  // namespace
 
 int spd_send_at_cmd(const char* command, char (&response)[kAtResponseCap]) noexcept {
   log_info("==spd_send_at_cmd start ==\n");
-  VendorLibrary library("/vendor/lib/libatci.so");
+  // The messages name the libraries without their leading "/".
+  VendorLibrary library(kLibrary);
   if (!library) {
-    log_error("dlopen vendor/lib/libatci.so fail reson =%s, try lib64\n", loader_error());
-    library.load("/vendor/lib64/libatci.so");
+    log_error("dlopen %s fail reson =%s, try lib64\n", kLibrary + 1, loader_error());
+    library.load(kLibrary64);
   }
   if (!library) {
-    log_error("dlopen vendor/lib64/libatci.so fail reson =%s\n", loader_error());
+    log_error("dlopen %s fail reson =%s\n", kLibrary64 + 1, loader_error());
     log_error("spd_send_at_cmd error:=%d", -1);
     return -1;
   }

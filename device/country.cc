@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t kConfigurationLen = 1509;
 constexpr size_t kShaTextLen = 2 * SHA256_DIGEST_LENGTH;
+constexpr char kConfigurationFile[] = "/mnt/vendor/productinfo/finstatus/finstatus.prop";
 constexpr char kDefaultConfiguration[] = "0|0|0|0|0|0|0|0|0|0|IN|2|QVk=_XkY=_SVI=";
 // What MediaTek's record holds behind its first byte and what no hash covers.
 constexpr size_t kUncoveredOffset = 1;
@@ -35,16 +36,17 @@ struct Configuration {
 }
 
 [[nodiscard]] int read_finstatus(Configuration& configuration) noexcept {
-  Fd file(open_to_read("/mnt/vendor/productinfo/finstatus/finstatus.prop"));
+  Fd file(open_to_read(kConfigurationFile));
   if (!file) {
-    log_error("open /mnt/vendor/productinfo/finstatus/finstatus.prop fail\n");
+    log_error("open %s fail\n", kConfigurationFile);
     memcpy(configuration.bytes, kDefaultConfiguration, sizeof kDefaultConfiguration);
     return 0;
   }
   const ssize_t count = ::read(file.get(), configuration.bytes, kConfigurationLen);
   file.reset();
   if (count < 0) {
-    return fail("read /mnt/vendor/productinfo/finstatus/finstatus.prop fail\n");
+    log_error("read %s fail\n", kConfigurationFile);
+    return -1;
   }
   return 0;
 }

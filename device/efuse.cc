@@ -7,21 +7,24 @@
 namespace kelchk {
 namespace {
 
+constexpr char kLibrary[] = "/vendor/lib/libefuse.so";
+constexpr char kLibrary64[] = "/vendor/lib64/libefuse.so";
+constexpr char kEntryPoint[] = "efuse_secure_is_enabled";
+
 using IsSecureEnabled = int();
 
 [[nodiscard]] int is_unisoc_efused() noexcept {
   log_info("==spd_efuse_secure_is_enabled start ==\n");
-  log_info("dlopen1 /vendor/lib/libefuse.so");
-  VendorLibrary library("/vendor/lib/libefuse.so");
+  log_info("dlopen1 %s", kLibrary);
+  VendorLibrary library(kLibrary);
   if (!library) {
-    log_error("dlopen /vendor/lib/libefuse.so fail reson =%s\n, try lib64", loader_error());
-    library.load("/vendor/lib64/libefuse.so");
+    log_error("dlopen %s fail reson =%s\n, try lib64", kLibrary, loader_error());
+    library.load(kLibrary64);
   }
   if (!library) {
-    log_error("dlopen /vendor/lib64/libefuse.so fail reson =%s\n", loader_error());
+    log_error("dlopen %s fail reson =%s\n", kLibrary64, loader_error());
     return 1;
   }
-  constexpr char kEntryPoint[] = "efuse_secure_is_enabled";
   auto* const is_enabled = library.find<IsSecureEnabled>(kEntryPoint, kEntryPoint);
   if (is_enabled == nullptr) return 1;
   const int result = is_enabled();

@@ -36,12 +36,16 @@ constexpr size_t kMediaTekIdLen = 16;
 }
 
 [[nodiscard]] int read_unisoc_rid(Text& rid) noexcept {
-  Fd file(open_rid("/sys/kelonix/hwinfo/chip_uid"));
+  constexpr char kPath[] = "/sys/kelonix/hwinfo/chip_uid";
+  Fd file(open_rid(kPath));
   if (!file) return -1;
   char raw[kRawCap] = {};
   const ssize_t count = ::read(file.get(), raw, sizeof raw);
   file.reset();
-  if (count < 1) return fail("Failed to read chip rid file /sys/kelonix/hwinfo/chip_uid \n");
+  if (count < 1) {
+    log_error("Failed to read chip rid file %s \n", kPath);
+    return -1;
+  }
   const std::string_view id = text_of(raw);
   memcpy(rid, "sp", 2);
   memcpy(rid + 2, id.data(), id.size());

@@ -10,7 +10,8 @@ namespace phone {
 struct Run {
   std::filesystem::path root;                // the phone; empty: an empty one in memory, gone when the command ends
   std::vector<std::filesystem::path> binds;  // further files and folders to see inside, under the same paths
-  std::string clock;                         // the time inside, in faketime's notation; empty: the real time
+  std::string clock;                         // the time inside, in faketime's notation; empty: the real time. A
+                                             // program built with clang's address sanitizer hangs under faketime.
   std::vector<std::string> command;
 };
 

@@ -16,11 +16,18 @@ namespace {
 
 constexpr char kVersion[] = "libkelchk_ver_20240429_01";
 
+// Each check is named in its messages.
+constexpr char kAuCheck[] = "check_au_file";
+constexpr char kParaCheck[] = "check_para_file";
+
 // Reads the stored file |path| as text, of which only the first 4096 bytes count. A file that fails to read is empty.
-// False when it cannot be opened; |text| is then untouched.
-[[nodiscard]] bool read_stored_text(const char* path, char (&text)[kSignedFileCap]) noexcept {
+// False when it cannot be opened, after logging that; |text| is then untouched.
+[[nodiscard]] bool read_stored_text(const char* check, const char* path, char (&text)[kSignedFileCap]) noexcept {
   const Fd file(open_to_read(path));
-  if (!file) return false;
+  if (!file) {
+    log_error("%s open path error =%s ", check, path);
+    return false;
+  }
   memset(text, 0, sizeof text);
   if (::read(file.get(), text, sizeof text) < 0) text[0] = '\0';
   return true;
@@ -28,63 +35,53 @@ constexpr char kVersion[] = "libkelchk_ver_20240429_01";
 
 [[nodiscard]] int check_au_file_path(const char* path) noexcept {
   char text[kSignedFileCap];
-  if (!read_stored_text(path, text)) {
-    log_error("check_au_file open path error =%s ", path);
-    return -1;
-  }
+  if (!read_stored_text(kAuCheck, path, text)) return -1;
   return verify_au_record(text_of(text), {.decoded_len_priority = ANDROID_LOG_DEBUG});
 }
 
 // Leaves the file's text in g_para_buf, where the verification finds the record.
 [[nodiscard]] int check_para_file_path(const char* path) noexcept {
-  if (!read_stored_text(path, g_para_buf)) {
-    log_error("check_para_file open path error =%s ", path);
-    return -1;
-  }
+  if (!read_stored_text(kParaCheck, path, g_para_buf)) return -1;
   return verify_para_record(text_of(g_para_buf),
                             {.chain_report = ChainReport::kCombined, .decoded_len_priority = ANDROID_LOG_DEBUG});
 }
 
-struct Copies {
-  StorePath primary;
-  StorePath backup;
-};
+void log_failed_copy(const char* check, const StorePath& copy) noexcept {
+  log_error("%s_path err  path =%s \n", check, copy.text);
+}
 
 // Judges the primary copy and, when that fails, the backup; then makes the failing or missing one anew from the good
 // one. A repair that fails does not change the answer: the good copy is still there.
-[[nodiscard]] int check_copies(const Copies& copies, int (*check)(const char* path) noexcept,
-                               const char* check_name) noexcept {
-  int result = check(copies.primary.text);
+[[nodiscard]] int check_copies(const char* check, int (*check_path)(const char* path) noexcept,
+                               const StorePath& primary, const StorePath& backup) noexcept {
+  int result = check_path(primary.text);
   if (result == 0) {
-    const bool backed_up = ::access(copies.backup.text, F_OK) == 0;
-    if (!backed_up) static_cast<void>(copy_file_sync(copies.primary.text, copies.backup.text));
+    const bool backed_up = ::access(backup.text, F_OK) == 0;
+    if (!backed_up) static_cast<void>(copy_file_sync(primary.text, backup.text));
     return 0;
   }
-  log_error("%s err  path =%s \n", check_name, copies.primary.text);
-  result = check(copies.backup.text);
-  if (result == 0) static_cast<void>(copy_file_sync(copies.backup.text, copies.primary.text));
+  log_failed_copy(check, primary);
+  result = check_path(backup.text);
+  if (result == 0) static_cast<void>(copy_file_sync(backup.text, primary.text));
   return result;
 }
 
-[[nodiscard]] Copies copies_of(const char* name) noexcept {
-  select_store_directory();
-  return {primary_path(name), backup_path(name)};
-}
-
 [[nodiscard]] int check_au_file() noexcept {
-  const Copies copies = copies_of(kAuFileName);
-  const int result = check_copies(copies, check_au_file_path, "check_au_file_path");
+  select_store_directory();
+  const StorePath primary = primary_path(kAuFileName);
+  const int result = check_copies(kAuCheck, check_au_file_path, primary, backup_path(kAuFileName));
   // At this priority also when the file is valid.
-  log_error("check_au_file_path ret=%d  path =%s \n", result, copies.primary.text);
-  log_info("check_au_file ret =%d \n", result);
+  log_error("%s_path ret=%d  path =%s \n", kAuCheck, result, primary.text);
+  log_info("%s ret =%d \n", kAuCheck, result);
   return result;
 }
 
 [[nodiscard]] int check_para_file() noexcept {
-  const Copies copies = copies_of(kParaFileName);
-  const int result = check_copies(copies, check_para_file_path, "check_para_file_path");
-  if (result != 0) log_error("check_para_file_path err  path =%s \n", copies.backup.text);
-  log_info("check_para_file ret =%d \n", result);
+  select_store_directory();
+  const StorePath backup = backup_path(kParaFileName);
+  const int result = check_copies(kParaCheck, check_para_file_path, primary_path(kParaFileName), backup);
+  if (result != 0) log_failed_copy(kParaCheck, backup);
+  log_info("%s ret =%d \n", kParaCheck, result);
   return result;
 }
 
