@@ -18,12 +18,16 @@ function(kelchk_add_library target folder pem)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} PUBLIC ${PROJECT_SOURCE_DIR}/include)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -ffunction-sections -fdata-sections
-    -fstack-protector-strong $<$<NOT:$<OR:$<CONFIG:Debug>,$<BOOL:${KELCHK_SANITIZE}>>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+    -fstack-protector-strong)
   target_link_options(${target} PRIVATE -nostartfiles
     LINKER:--version-script=${PROJECT_SOURCE_DIR}/kelchk.map LINKER:--gc-sections LINKER:--as-needed
     LINKER:--hash-style=gnu LINKER:--enable-new-dtags LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
-  if(NOT KELCHK_SANITIZE)  # a sanitizer's own functions come with the program
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -fcallgraph-info=su)  # for tools/worst-stack
+  endif()
+  if(NOT KELCHK_SANITIZE)  # a sanitizer checks the libc calls itself, and its own functions come with the program
+    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
-  target_link_libraries(${target} PRIVATE kelchk_warnings ${KELCHK_PLATFORM} kelchk_crypto ${CMAKE_DL_LIBS})
+  target_link_libraries(${target} PRIVATE kelchk_warnings log cutils kelchk_crypto ${CMAKE_DL_LIBS})
 endfunction()

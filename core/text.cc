@@ -11,13 +11,9 @@ void TextWriter::append(const char* format, ...) noexcept {
   va_start(arguments, format);
   const int formatted = vsnprintf(buffer_ + length_, room, format, arguments);
   va_end(arguments);
-  if (formatted >= 0 && static_cast<size_t>(formatted) < room) {
-    length_ += static_cast<size_t>(formatted);
-    return;
-  }
-  fits_ = false;
-  length_ += strnlen(buffer_ + length_, room - 1);
-  buffer_[length_] = '\0';
+  // A negative count, of a text that cannot be formatted, is larger than any room.
+  if (static_cast<size_t>(formatted) >= room) fits_ = false;
+  length_ = fits_ ? length_ + static_cast<size_t>(formatted) : capacity_ - 1;
 }
 
 }  // namespace kelchk

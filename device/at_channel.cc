@@ -22,7 +22,7 @@ int spd_send_at_cmd(const char* command, char (&response)[kAtResponseCap]) noexc
     library.load(kLibrary64);
   }
   if (!library) {
-    log_error("dlopen %s fail reson =%s\n", kLibrary64 + 1, loader_error());
+    log_load_failure(kLibrary64 + 1);
     log_error("spd_send_at_cmd error:=%d", -1);
     return -1;
   }

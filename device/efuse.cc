@@ -22,7 +22,7 @@ using IsSecureEnabled = int();
     library.load(kLibrary64);
   }
   if (!library) {
-    log_error("dlopen %s fail reson =%s\n", kLibrary64, loader_error());
+    log_load_failure(kLibrary64);
     return 1;
   }
   auto* const is_enabled = library.find<IsSecureEnabled>(kEntryPoint, kEntryPoint);

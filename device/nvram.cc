@@ -10,6 +10,8 @@ namespace kelchk {
 namespace {
 
 constexpr char kLibrary[] = "/vendor/lib64/libnvram.so";
+constexpr char kGetIdLabel[] = "nvm_get_lid_by_name";
+constexpr char kGetFileLabel[] = "nvm_get_file_desc";
 constexpr unsigned kRecordCap = 4096;
 constexpr size_t kNameCap = 256;
 
@@ -38,32 +40,23 @@ int nvram_read_by_name(const char* name, unsigned int size, unsigned char* out) 
 
   const VendorLibrary library(kLibrary);
   if (!library) {
-    log_error("dlopen %s fail reson =%s\n", kLibrary, loader_error());
+    log_load_failure(kLibrary);
     return -1;
   }
-  auto* const get_file = library.find<GetRecordFile>("NVM_GetFileDesc", "nvm_get_file_desc");
+  auto* const get_file = library.find<GetRecordFile>("NVM_GetFileDesc", kGetFileLabel);
   if (get_file == nullptr) return -1;
-  auto* const get_id = library.find<GetRecordId>("NVM_GetLIDByName", "nvm_get_lid_by_name");
+  auto* const get_id = library.find<GetRecordId>("NVM_GetLIDByName", kGetIdLabel);
   if (get_id == nullptr) return -1;
   const int record_id = get_id(record_name);
-  if (record_id < 0) {
-    log_error("nvm_get_lid_by_name fail reson =%s\n", loader_error());
-    return -1;
-  }
+  if (record_id < 0) return fail_by_loader(kGetIdLabel);
   // Declared after the library, so that the vendor's descriptor is closed before the library goes.
   const Fd file(get_file(record_id, &record_size, &record_count, true).fd);
-  if (!file) {
-    log_error("nvm_get_file_desc fail reson =%s\n", loader_error());
-    return -1;
-  }
+  if (!file) return fail_by_loader(kGetFileLabel);
   log_debug("nvram_read_by_name pRecSize=%d , pRecNum=%d , out_size=%d", record_size, record_count,
             static_cast<int>(size));
 
   const ssize_t count = ::read(file.get(), record, size);
-  if (count < 0) {
-    log_error("read fail reson =%s\n", loader_error());
-    return -1;
-  }
+  if (count < 0) return fail_by_loader("read");
   log_debug("ret=%d , out_size=%d\n", static_cast<int>(count), static_cast<int>(size));
   if (static_cast<size_t>(count) != size) {
     log_error("ret=%d , out_size=%d\n", static_cast<int>(count), static_cast<int>(size));

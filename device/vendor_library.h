@@ -38,4 +38,10 @@ class VendorLibrary {
 // The loader's text for its last failure, which it tells only once. There is none when another step failed.
 [[nodiscard]] const char* loader_error() noexcept;
 
+// Logs that |step| failed, with the loader's text, and returns -1.
+int fail_by_loader(const char* step) noexcept;
+
+// Logs that the library |path| cannot be loaded.
+void log_load_failure(const char* path) noexcept;
+
 }  // namespace kelchk

@@ -18,17 +18,20 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0666;
 
-[[nodiscard]] bool make_directory(const char* path) noexcept {
+// Makes the store directory |path| when it is missing; its parents must be there. A failure shows when a file in it
+// cannot be opened.
+void make_directory(const char* name, const char* path) noexcept {
   struct stat status;
-  return ::stat(path, &status) == 0 || ::mkdir(path, kDirectoryMode) == 0;
+  if (::stat(path, &status) == 0 || ::mkdir(path, kDirectoryMode) == 0) return;
+  log_error("mkdir %s error =%s ", name, path);
 }
 
 // Writes |content| to a file beside the final one and flushes it, so that it is complete before anything is verified.
 // The messages name |operation| and the caller's own |in_len|.
 [[nodiscard]] bool write_temporary(const char* operation, const StorePath& path, std::string_view content,
                                    unsigned in_len) noexcept {
-  if (!make_directory(PARA_FILE_PATH)) log_error("mkdir PARA_FILE_PATH error =%s ", PARA_FILE_PATH);
-  if (!make_directory(PARA_FILE_PATH_BK)) log_error("mkdir PARA_FILE_PATH_BK error =%s ", PARA_FILE_PATH_BK);
+  make_directory("PARA_FILE_PATH", PARA_FILE_PATH);
+  make_directory("PARA_FILE_PATH_BK", PARA_FILE_PATH_BK);
 
   const Fd file(open_to_replace(path.text));
   if (!file) {

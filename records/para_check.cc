@@ -91,10 +91,7 @@ constexpr Check kImeiCheck = {"imei", get_IMEI, "get imei err", begins_with};
   if (check.only_with != nullptr && strstr(recorded, check.only_with) == nullptr) return 0;
 
   Text device = {};
-  if (check.get(device) != 0) {
-    if (check.unavailable != nullptr) log_error("%s", check.unavailable);
-    return -1;
-  }
+  if (check.get(device) != 0) return check.unavailable != nullptr ? fail(check.unavailable) : -1;
   if (check.agrees(device, recorded)) return 0;
   log_error("%s err val_buf=%s , t_buf=%s", check.label, device, recorded);
   if (check.to_log_file) log_file_line("%s err val_buf=%s , t_buf=%s", check.label, device, recorded);

@@ -16,17 +16,13 @@ namespace {
 
 constexpr size_t kFeatureCodeCap = 128;
 
-[[nodiscard]] bool take_feature_code(const char* request, Text& code) noexcept {
+[[nodiscard]] int take_feature_code(const char* request, Text& code) noexcept {
   if (get_value_by_key(request, "mac", code) == 0) {
     log_error("mac err");
     get_value_by_key(request, "featureCode", code);
   }
   const size_t len = strlen(code);
-  if (len == 0 || len >= kFeatureCodeCap) {
-    log_error("featureCode err");
-    return false;
-  }
-  return true;
+  return len > 0 && len < kFeatureCodeCap ? 0 : fail("featureCode err");
 }
 
 bool is_decimal(const char* text) noexcept {
@@ -37,11 +33,11 @@ bool is_decimal(const char* text) noexcept {
 }
 
 // Keeps the IMEI that the tool supplies, which names the phone outside normal boot.
-[[nodiscard]] bool take_imei(const char* request) noexcept {
+[[nodiscard]] int take_imei(const char* request) noexcept {
   memset(g_sprd_imei, 0, sizeof g_sprd_imei);
   if (get_value_by_key(request, "IMEI", g_sprd_imei) != kImeiLen) {
     log_error("IMEI err=%s", g_sprd_imei);
-    return false;
+    return -1;
   }
   char check = 0;
   calc_imei_checksum(g_sprd_imei, &check);
@@ -50,9 +46,9 @@ bool is_decimal(const char* text) noexcept {
     log_error("IMEI checksum err=%s", g_sprd_imei);
     log_error("IMEI checksum err=%d", check);
     log_error("IMEI tmp err=%d", supplied);
-    return false;
+    return -1;
   }
-  return true;
+  return 0;
 }
 
 int get_logged_imei(Text& out) noexcept {
@@ -126,16 +122,13 @@ int kelo_get_para(const char* in, unsigned int in_len, void* out, unsigned int* 
   memset(g_para_buf, 0, sizeof g_para_buf);
 
   Text feature_code;
-  if (!take_feature_code(in, feature_code)) return -1;
-  if (!is_mt_chip() && !take_imei(in)) return -1;
+  if (take_feature_code(in, feature_code) != 0) return -1;
+  if (!is_mt_chip() && take_imei(in) != 0) return -1;
 
   TextWriter record(g_para_buf);
   for (const Field& field : kFields) {
     Text value = {};
-    if (field.get != nullptr && field.get(value) != 0) {
-      log_error("%s", field.unavailable);
-      return -1;
-    }
+    if (field.get != nullptr && field.get(value) != 0) return fail(field.unavailable);
     const bool last = &field == std::end(kFields) - 1;
     record.append("%s=%s%s", field.key, field.get != nullptr ? value : feature_code, last ? "" : "&");
     if (!record.fits()) return fail("kelo_get_para record too long");

@@ -1,0 +1,712 @@
+// The device parameter record, its validation against the phone, the two signed files and their repairs.
+#include <gmock/gmock.h>
+#include <openssl/err.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <sstream>
+
+#include "kelchk.h"
+#include "support/log.h"
+#include "support/phone_test.h"
+#include "support/pki.h"
+#include "support/process.h"
+
+namespace {
+
+using namespace test;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
+
+// The default phone of a family, at half past three in the afternoon.
+struct Family {
+  Chip chip;
+  std::string line, id, store, request, record;
+  Lines build;  // what building the record logs
+  Lines check;  // what holding it against the phone logs
+};
+
+const Family kMediaTek = {
+    Chip::kMediaTek, "4 chip=mt6768", "mt0123456789abcdef0123456789000000", "/mnt/vendor/persist/startPara/",
+    "mac=FC01",
+    "buildTime=20240429V3&buildType=user&countrySha=F1E4AB3CD21FD5A315F12E599114F41261CBD03DEE4C1FE41088B44D7FAEF0E4&"
+    "cpuID=mt0123456789abcdef0123456789000000&deviceBrand=Aldan&deviceModel=MDF1KX67&featureCode=FC01&"
+    "imei=352099001761481&phoneMac=000AF5000000&psn=KX67000000000000&time=240429-153012&ver=01",
+    {"4 kelo_get_para in:mac=FC01", "4 chip=mt6768", "4 chip=mt6768",
+     "3 nvram_read_by_name pRecSize=2048 , pRecNum=1 , out_size=1509", "3 ret=1509 , out_size=1509\n", "4 chip=mt6768",
+     "4 rid=mt0123456789abcdef0123456789000000\n", "4 get_device_brand = Aldan", "4 get_device_name = MDF1KX67",
+     "4 chip=mt6768", "4 queryProductFlag read /proinfo success", "4 IMEI=352099001761481\n", "4 chip=mt6768",
+     "3 nvram_read_by_name pRecSize=512 , pRecNum=1 , out_size=10", "3 ret=10 , out_size=10\n", "4 chip=mt6768",
+     "4 queryProductFlag read /proinfo success"},
+    {"4 chip=mt6768", "3 nvram_read_by_name pRecSize=2048 , pRecNum=1 , out_size=1509", "3 ret=1509 , out_size=1509\n",
+     "4 chip=mt6768", "4 val_buf=mt0123456789abcdef0123456789000000\n", "4 get_device_brand = Aldan",
+     "4 get_device_name = MDF1KX67", "4 chip=mt6768", "3 nvram_read_by_name pRecSize=512 , pRecNum=1 , out_size=10",
+     "3 ret=10 , out_size=10\n", "4 chip=mt6768", "4 queryProductFlag read /proinfo success", "4 chip=mt6768"}};
+
+const Family kUnisoc = {
+    Chip::kUnisoc, "4 chip=ums512", "spab12cd3400000000", "/mnt/vendor/productinfo/startPara/",
+    "mac=FC01&IMEI=352099001761481",
+    "buildTime=20240429V3&buildType=user&countrySha=87B61D3B6C0D2E4F83254667B67CCA839BAC071D830C5D72570FF73F9C54653F&"
+    "cpuID=spab12cd3400000000&deviceBrand=Aldan&deviceModel=MDF1KU51&featureCode=FC01&"
+    "imei=352099001761481&phoneMac=02c0de000000&psn=KU51000000000000&time=240429-153012&ver=01",
+    {"4 kelo_get_para in:mac=FC01&IMEI=352099001761481", "4 chip=ums512", "4 chip=ums512",
+     "4 country_code=KZ3QVk=_XkY=", "4 t_len=12", "4 chip=ums512", "4 rid=spab12cd3400000000\n",
+     "4 get_device_brand = Aldan", "4 get_device_name = MDF1KU51", "4 chip=ums512", "4 boot_mode = normal",
+     "4 ==spd_send_at_cmd start ==\n", "4 ==spd_send_at_cmd end 0== \n",
+     "4 get_IMEI: get imei[15]: 352099001761481", "4 IMEI=352099001761481\n", "4 chip=ums512", "4 chip=ums512"},
+    {"4 chip=ums512", "4 country_code=KZ3QVk=_XkY=", "4 t_len=12", "4 chip=ums512", "4 val_buf=spab12cd3400000000\n",
+     "4 get_device_brand = Aldan", "4 get_device_name = MDF1KU51", "4 chip=ums512", "4 chip=ums512", "4 chip=ums512",
+     "4 boot_mode = normal", "4 chip=ums512", "4 boot_mode = normal", "4 ==spd_send_at_cmd start ==\n",
+     "4 ==spd_send_at_cmd end 0== \n", "4 get_IMEI: get imei[15]: 352099001761481"}};
+
+constexpr const char* kKeys[] = {"buildTime",   "buildType", "countrySha", "cpuID", "deviceBrand", "deviceModel",
+                                 "featureCode", "imei",      "phoneMac",   "psn",   "time",        "ver"};
+
+enum Kind { kAuthorization, kParameters };
+constexpr Kind kKinds[] = {kAuthorization, kParameters};
+
+struct Names { std::string operation, check, file, temporary; };
+const Names kNames[] = {{"kelo_import_aufile", "check_au_file", "auFile.dat", "auFile_tmp.dat"},
+                        {"kelo_import_para_sign", "check_para_file", "startPara.dat", "startPara_tmp.dat"}};
+
+const std::string kBackup = "/kelofs/startPara/";
+const std::string kVerified = "6 EVP_DigestVerifyFinal  ret=1", kNotVerified = "6 EVP_DigestVerifyFinal  ret=0";
+
+size_t position(const std::string& record, const std::string& key) { return ("&" + record).find("&" + key + "="); }
+
+std::string value_of(const std::string& record, const std::string& key) {
+  const size_t begin = position(record, key) + key.size() + 1;
+  return record.substr(begin, record.find('&', begin) - begin);
+}
+
+std::string with_value(std::string record, const std::string& key, const std::string& value) {
+  return record.replace(position(record, key) + key.size() + 1, value_of(record, key).size(), value);
+}
+
+// What the provisioning server signs of |record| and returns.
+std::string answer(const std::string& record) {
+  std::string content;
+  std::istringstream fields(record);
+  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
+  return signed_record(default_signer(), content);
+}
+
+// What the tool hands over for the phone of |family|, and what stands before it in the file.
+struct Signed {
+  std::string before, input;
+  std::string file() const { return before + input; }
+};
+
+Signed sign_for(Kind kind, const Family& family) {
+  if (kind == kAuthorization) return {"", signed_record(default_signer(), family.id)};
+  return {family.record + "&", answer(family.record)};
+}
+
+// What a buffer holds up to the zeros at its end.
+template <size_t size>
+std::string content_of(const char (&buffer)[size]) {
+  const std::string bytes(buffer, size);
+  return bytes.substr(0, bytes.find_last_not_of('\0') + 1);
+}
+
+void set_para_buf(const std::string& record) {
+  std::memset(g_para_buf, 0, sizeof g_para_buf);
+  record.copy(g_para_buf, sizeof g_para_buf);
+}
+
+// The lines that tell of a failure; one import tells the decoded length at that priority when all is well.
+Lines errors(const Lines& log) {
+  Lines found;
+  for (const std::string& line : log) {
+    if (line[0] == '6' && !line.starts_with("6 EVP_DecodeBase64 t_len=")) found.push_back(line);
+  }
+  return found;
+}
+
+// Changes this phone: "-path" removes a file, "+path" puts a folder there, ".path" a file, "!path" a link to a device
+// that takes no byte, and "name=value" sets a property.
+void alter(const std::string& change) {
+  const std::string path = change.empty() ? "" : change.substr(1);
+  if (!path.starts_with('/')) return change.empty() ? void() : set_property(change.substr(0, change.find('=')),
+                                                                           change.substr(change.find('=') + 1));
+  test::remove(path);
+  if (change[0] == '+') put_folder(path);
+  if (change[0] == '.') write_file(path, "in the way");
+  if (change[0] == '!') fs::create_symlink("/dev/full", path);
+}
+
+// What stands at |path|: "new" for |content|, else a short text itself.
+std::string look(const std::string& path, const std::string& content) {
+  if (fs::is_symlink(path)) return "link";
+  if (fs::is_directory(path)) return "folder";
+  if (!fs::exists(path)) return "none";
+  const std::string found = read_file(path);
+  return found == content ? "new" : found;
+}
+
+// An authorization file ends with its bytes, an answer with its NUL: nobody may look further.
+int import(Kind kind, const std::string& input, size_t in_len) {
+  const Guarded guarded(kind == kAuthorization ? input : std::string(input.c_str(), input.size() + 1));
+  const unsigned len = static_cast<unsigned>(in_len);
+  return kind == kAuthorization ? kelo_import_aufile(guarded.data(), len) : kelo_import_para_sign(guarded.data(), len);
+}
+
+class RecordsTest : public PhoneTest {
+ protected:
+  void SetUp() override {
+    PhoneTest::SetUp();
+    ::setenv("TZ", "PHONE-05", 1);
+    ::tzset();
+    set_clock(1714386612);
+    start(kMediaTek);
+  }
+
+  // Begins anew in the phone of |family|, whose record is built and whose tool has logged in.
+  static void start(const Family& family) {
+    make_phone(family.chip);
+    set_para_buf(family.record);
+    g_is_authed = 1;
+  }
+};
+
+// Asks for the record. What is not the record's in the caller's memory must still be there afterwards.
+int get_para(const std::string& request, std::string& record) {
+  std::string out(4200, '~');
+  unsigned len = 7777;
+  const int result = kelo_get_para(request.c_str(), 1, out.data(), &len);
+  record = out.substr(0, result == 0 ? len : 0);
+  EXPECT_EQ(out.substr(record.size()), std::string(4200 - record.size(), '~'));
+  EXPECT_EQ(len, result == 0 ? record.size() : 7777);
+  return result;
+}
+
+TEST_F(RecordsTest, BuildsTheRecord) {
+  for (const Family& family : {kMediaTek, kUnisoc}) {
+    make_phone(family.chip);
+    std::memset(g_para_buf, 'x', sizeof g_para_buf);
+    std::string record;
+    EXPECT_EQ(get_para(family.request, record), 0);
+    EXPECT_EQ(record, family.record);
+    EXPECT_EQ(content_of(g_para_buf), family.record);
+    EXPECT_EQ(take_log(), family.build);
+  }
+  write_file("/mnt/vendor/wifimac.txt", "");
+  std::string record;
+  EXPECT_EQ(get_para(kUnisoc.request, record), 0);
+  EXPECT_EQ(record, with_value(kUnisoc.record, "phoneMac", ""));
+}
+
+TEST_F(RecordsTest, RefusesBadArgumentsBeforeTouchingAnything) {
+  char out[8] = "left";
+  unsigned len = 7;
+  const std::string own = kMediaTek.record, input = answer(own), au(4097, 'x');
+  const std::string fits = input + "&x=" + std::string(4095 - own.size() - 1 - input.size() - 3, 'x');
+  const auto import_fits = [&] { return import(kParameters, fits, 99999); };
+  const std::string get = "6 kelo_get_para err", in_au = "6 in is null or in_len is 0";
+  const std::string in_para = "6 in == NULL || in_len == 0", too_long = "6 kelo_import_para_sign content too long";
+  struct { std::function<int()> call; int is_authed; std::string record, error; } const rows[] = {
+      {[&] { return kelo_get_para(nullptr, 8, out, &len); }, 1, own, get},
+      {[&] { return kelo_get_para("mac=FC01", 0, out, &len); }, 1, own, get},
+      {[&] { return kelo_get_para("mac=FC01", 8, nullptr, &len); }, 1, own, get},
+      {[&] { return kelo_get_para("mac=FC01", 8, out, nullptr); }, 1, own, get},
+      {[&] { return kelo_get_para("mac=FC01", 8, out, &len); }, 0, own, get},
+      {[] { return kelo_import_aufile(nullptr, 8); }, 1, own, in_au},
+      {[&] { return import(kAuthorization, au, 0); }, 1, own, in_au},
+      {[&] { return import(kAuthorization, au, 4097); }, 1, own, in_au},
+      {[] { return kelo_import_para_sign(nullptr, 8); }, 1, own, in_para},
+      {[&] { return import(kParameters, input, 0); }, 1, own, in_para},
+      {[&] { return import(kParameters, input, 8); }, 0, own, in_para},
+      {import_fits, 1, own + "&", too_long},
+      {[&] { return import(kParameters, input, 8); }, 1, std::string(4096, 'x'), too_long},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    std::strcpy(PARA_FILE_PATH, "left");
+    g_is_authed = row.is_authed;
+    set_para_buf(row.record);
+    EXPECT_EQ(row.call(), -1);
+    EXPECT_THAT(take_log(), ElementsAre(row.error));
+    EXPECT_EQ(content_of(g_para_buf), row.record);
+    EXPECT_STREQ(PARA_FILE_PATH, "left");
+    EXPECT_EQ(look(kMediaTek.store, ""), "none");
+    EXPECT_EQ(out + std::to_string(len), "left7");
+  }
+  set_para_buf(own);
+  EXPECT_EQ(import_fits(), 0);
+  EXPECT_EQ(read_file(kMediaTek.store + "startPara.dat"), own + "&" + fits);
+}
+
+TEST_F(RecordsTest, TakesTheFeatureCodeFromTheRequest) {
+  const std::string x127(127, 'x'), x128(128, 'x'), x2047(2047, 'x'), x2048(2048, 'x');
+  const Lines no_mac = {"6 mac err"}, no_code = {"6 featureCode err"};
+  struct { std::string request, code; Lines errors; } const rows[] = {
+      {"mac=AB12&featureCode=X9", "AB12", {}},            {"featureCode=X9", "X9", no_mac},
+      {"mac=&featureCode=X9", "X9", no_mac},              {"phonemac=AB12&featureCode=&x=", "", no_mac + no_code},
+      {"mac=" + x127, x127, {}},                          {"featureCode=" + x127, x127, no_mac},
+      {"mac=" + x128 + "&featureCode=X9", "", no_code},   {"mac=" + x2047 + "&featureCode=X9", "", no_code},
+      {"mac=" + x2048 + "&featureCode=X9", "X9", no_mac}, {"featureCode=" + x128, "", no_mac + no_code},
+      {"featureCode=" + x2048, "", no_mac + no_code},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.request.substr(0, 40));
+    std::strcpy(g_sprd_imei, "left");
+    std::string record;
+    EXPECT_EQ(get_para(row.request, record), row.code.empty() ? -1 : 0);
+    EXPECT_EQ(record, row.code.empty() ? "" : with_value(kMediaTek.record, "featureCode", row.code));
+    EXPECT_EQ(content_of(g_para_buf), record);
+    EXPECT_STREQ(g_sprd_imei, "left");
+    const Lines log = take_log();
+    EXPECT_EQ(errors(log), row.errors);
+    if (row.code.empty()) { EXPECT_EQ(log, Lines{"4 kelo_get_para in:" + row.request} + row.errors); }
+  }
+}
+
+TEST_F(RecordsTest, TakesOnlyAValidImeiFromTheRequest) {
+  const std::string d64(64, '1'), d65(65, '1'), wrong = "490154203237517";
+  struct Row { std::string imei, kept; Lines errors; };
+  std::vector<Row> rows = {
+      {"490154203237518", "490154203237518", {}},
+      {wrong, wrong, {"6 IMEI checksum err=" + wrong, "6 IMEI checksum err=8", "6 IMEI tmp err=7"}},
+      {"49015420323751", "49015420323751", {"6 IMEI err=49015420323751"}},
+      {"4901542032375180", "4901542032375180", {"6 IMEI err=4901542032375180"}},
+      {"", "", {"6 IMEI err="}},
+      {d64, d64, {"6 IMEI err=" + d64}},
+      {d65, "", {"6 IMEI err="}},
+  };
+  // All zeros would be right, and a character that is no digit counts as zero.
+  for (size_t at = 0; at < 15; at++) {
+    for (const char character : {' ', '/', ':', 'A', '\x80', '\xFF'}) {
+      std::string imei(15, '0');
+      imei[at] = character;
+      const int supplied = at == 14 ? static_cast<unsigned char>(character) - 48 : 0;
+      rows.push_back({imei, imei, {"6 IMEI checksum err=" + imei, "6 IMEI checksum err=0",
+                                   "6 IMEI tmp err=" + std::to_string(supplied)}});
+    }
+  }
+  make_phone(Chip::kUnisoc);
+  set_property("ro.bootmode", "recovery");  // then the record's IMEI is the request's
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.imei));
+    std::memset(g_sprd_imei, 'x', sizeof g_sprd_imei);
+    std::string record;
+    EXPECT_EQ(get_para("mac=FC01&IMEI=" + row.imei, record), row.errors.empty() ? 0 : -1);
+    EXPECT_EQ(record, row.errors.empty() ? with_value(kUnisoc.record, "imei", row.imei) : "");
+    EXPECT_EQ(content_of(g_sprd_imei), row.kept);
+    EXPECT_EQ(errors(take_log()), row.errors);
+  }
+}
+
+// Imports |record| with a right signature; returns what is logged once that has verified, as far as it is the
+// validation's. It reads the phone in the order of a validation that passes, and stops where it fails.
+Lines log_of_validation(const Family& family, const std::string& record, int result) {
+  set_para_buf(record);
+  EXPECT_EQ(kelo_import_para_sign(answer(record).c_str(), 1), result);
+  Lines log = take_log();
+  log.erase(log.begin(), std::find(log.begin(), log.end(), "3 Signature is success.\n"));
+  EXPECT_GE(log.size(), 2u) << "the signature did not verify, or nothing came after it";
+  if (log.size() < 2) return {};
+  EXPECT_EQ(log.back(), result == 0 ? family.line : "6 check_para err \n");
+  return Lines(log.begin() + 1, log.end() - 1);
+}
+
+// A getter that fails ends both the building of the record and its validation, each in its own words.
+TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
+  const std::string incremental = "ro.system.build.version.incremental", no_date = "6 get " + incremental + " err";
+  struct { const Family& family; std::string key, change, in_record, in_check; } const rows[] = {
+      {kMediaTek, "buildTime", incremental + "=", no_date, no_date},
+      {kMediaTek, "buildTime", incremental + "=2024042", "", no_date + "=2024042"},
+      {kMediaTek, "buildType", "ro.build.type=", "6 get_build_type err", "6 get_build_type err"},
+      {kMediaTek, "countrySha", "-/vendor/nvdata/APCFG/APRDEB/ANTI_CS", "6 get_black_country_sha err",
+       "6 get_black_country_sha err"},
+      {kMediaTek, "cpuID", "-/proc/rid", "6 read_rid err", "6 read_rid err"},
+      {kMediaTek, "deviceBrand", "ro.product.brand=", "6 get ro.product.brand err", "6 get ro.product.brand err"},
+      {kMediaTek, "deviceModel", "ro.product.device=", "6 get odm.model err", "6 get_device_name err"},
+      {kMediaTek, "imei", "-/dev/block/by-name/proinfo", "6 get_imei err", ""},
+      {kUnisoc, "imei", "-/vendor/modem/imei", "6 get_imei err", "6 get imei err"},
+      {kUnisoc, "phoneMac", "-/mnt/vendor/wifimac.txt", "6 get_mac_address err", "6 get_mac_address err"},
+      {kUnisoc, "psn", "-/dev/block/by-name/miscdata", "6 get serialno err", "6 get serialno err"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.change);
+    start(row.family);
+    alter(row.change);
+    std::string none;
+    if (!row.in_record.empty()) {
+      EXPECT_EQ(get_para(row.family.request, none), -1);
+      EXPECT_EQ(content_of(g_para_buf), row.family.record.substr(0, position(row.family.record, row.key)));
+      const Lines log = take_log();
+      EXPECT_EQ(log.back(), row.in_record);
+      if (row.key == "imei") { EXPECT_THAT(log, Contains("4 IMEI=\n")); }
+    }
+    if (row.in_check.empty()) continue;
+    EXPECT_THAT(log_of_validation(row.family, row.family.record, -1), Contains(row.in_check));
+  }
+  EXPECT_THAT(take_log_file(), IsEmpty());
+}
+
+TEST_F(RecordsTest, ComparesEveryFieldByItsOwnRule) {
+  const std::string incremental = "ro.system.build.version.incremental=", long_id = "mt" + std::string(1021, '0');
+  const std::string date_format = "6 [compare_dates] Date format is not same: old_date_len=8, new_date_len=6\n";
+  struct Row { std::string key, value, change; bool is_accepted; const Family* family = &kMediaTek; };
+  std::vector<Row> rows = {
+      {"buildType", "use", "", false},           {"buildType", "user_root", "", false},
+      {"buildTime", "20240101V1", "", true},     {"buildTime", "20240429V9", "", true},
+      {"buildTime", "20240430V1", "", false},    {"buildTime", "20240101V1", incremental + "20231201V1", false},
+      {"buildTime", "20240101V1", incremental + "240429V3", false},
+      {"buildTime", "240101", incremental + "24042912", true},
+      {"buildTime", "240501", incremental + "24042912", false},
+      {"countrySha", "F1E4", "", true},          {"countrySha", "f1e4", "", false},
+      {"cpuID", "mt0123", "", true},             {"cpuID", kMediaTek.id + "0", "", false},
+      {"cpuID", long_id, "", false},             {"deviceBrand", "aldan", "", false},
+      {"deviceBrand", "Alda", "", false},        {"deviceModel", "KX67", "ro.product.device=", true},
+      {"deviceModel", "MDF1KX6", "", false},     {"deviceModel", "xMDF1KX67", "", false},
+      {"phoneMac", "000AF5", "", true},          {"phoneMac", "000AF50000000", "", false},
+      {"psn", "KX67", "", true},                 {"psn", "KX670000000000000", "", false},
+      {"imei", "none", "", true},                {"imei", "none", "ro.bootmode=recovery", true, &kUnisoc},
+      {"imei", "3520990", "", true, &kUnisoc},   {"imei", "3520990017614810", "", false, &kUnisoc},
+  };
+  for (const std::string key : kKeys) {  // a value of 1024 characters counts as missing
+    const bool is_checked = key != "featureCode" && key != "time" && key != "ver";
+    rows.push_back({key, std::string(1024, 'x'), "", !is_checked, &kUnisoc});
+  }
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.key + " " + row.value.substr(0, 40) + " " + row.change);
+    const Family& family = *row.family;
+    start(family);
+    alter(row.change);
+    const Lines log = log_of_validation(family, with_value(family.record, row.key, row.value), row.is_accepted - 1);
+    Lines passing = family.check;
+    if (row.is_accepted && row.key == "deviceModel") std::erase(passing, "4 get_device_name = MDF1KX67");
+    if (row.change == "ro.bootmode=recovery") {
+      passing.resize(11);
+      passing.back() = "4 boot_mode = recovery";
+    }
+    if (row.is_accepted) {
+      EXPECT_EQ(log, passing);
+      EXPECT_THAT(take_log_file(), IsEmpty());
+      continue;
+    }
+    const bool is_missing = row.value.size() == 1024, is_date = row.change.starts_with(incremental);
+    const std::string device = is_date ? row.change.substr(incremental.size()) : value_of(family.record, row.key);
+    const std::string name = row.key == "psn" && !is_missing ? "serialno" : row.key;
+    const std::string message = name + " err" + (is_missing ? "" : " val_buf=" + device + " , t_buf=" + row.value);
+    EXPECT_EQ(errors(log), device == "240429V3" ? (Lines{date_format, "6 " + message}) : Lines{"6 " + message});
+    passing.resize(log.size() - errors(log).size());
+    EXPECT_EQ(log, passing + errors(log));
+    const bool in_file = !is_missing && row.key != "deviceBrand" && row.key != "phoneMac";
+    EXPECT_EQ(take_log_file(), in_file ? Lines{message} : Lines());
+  }
+}
+
+// The signature covers exactly the twelve values in their order.
+TEST_F(RecordsTest, SignsOnlyCompleteRecords) {
+  const std::string own = kMediaTek.record, failed = "6 get_para_value error =-1 ", too_long = "6 para value too long";
+  size_t keys_len = 0;
+  std::string ones;
+  for (const std::string key : kKeys) {
+    ones += key + "=1&";
+    keys_len += key.size() + 2;
+  }
+  const std::string code(2047 - (own.size() + 1 - keys_len) + 4, 'x');  // in place of "FC01"
+  struct Row { std::string record; Lines errors; };
+  std::vector<Row> rows = {
+      {"", {"6 buildTime err", failed}},
+      {with_value(own, "phoneMac", ""), {"6 phoneMac err", failed}},
+      {with_value(own, "featureCode", code), {kVerified}},
+      {with_value(own, "featureCode", code + "x"), {too_long, failed}},
+      {with_value(ones, "buildTime", std::string(2047, 'x')), {too_long, failed}},
+      {with_value(ones, "ver", std::string(2048, 'x')), {"6 ver err", failed}},
+  };
+  for (const std::string key : kKeys) {
+    rows.push_back({std::string(own).insert(position(own, key), "x"), {"6 " + key + " err", failed}});
+  }
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.record.substr(0, 400));
+    set_para_buf(row.record);
+    EXPECT_EQ(kelo_import_para_sign(answer(row.record).c_str(), 1), row.errors == Lines{kVerified} ? 0 : -1);
+    EXPECT_EQ(errors(take_log()), row.errors);
+  }
+}
+
+Lines decoded(const char* priority) {
+  const std::string len = std::to_string(default_signer().der.size());
+  return {priority + (" EVP_DecodeBase64 t_len=" + len), "3 EVP_DecodeBase64 f_cert_len=" + len};
+}
+
+const Lines kTrusted = {"4 kelo_X509_verify_cert ret = ok", "3 Sub certificate success.\n"};
+const Lines kSigned = {kVerified, "3 Signature is success.\n"};
+
+TEST_F(RecordsTest, ImportsIntoBothStores) {
+  for (const Family& family : {kMediaTek, kUnisoc}) {
+    const Lines chip = {family.line}, id = {family.line, "4 rid=" + family.id + "\n"};
+    const Lines id_len = {"3 Sub certificate rid_len_t=" + std::to_string(family.id.size()) + "\n"};
+    const Lines logs[] = {chip + decoded("6") + id + kTrusted + id_len + kSigned + chip,
+                          chip + decoded("3") + kTrusted + kSigned + family.check + chip};
+    for (const Kind kind : kKinds) {
+      for (const mode_t mask : {0u, 022u, 077u}) {
+        SCOPED_TRACE(family.store + kNames[kind].file + " " + std::to_string(mask));
+        start(family);
+        g_is_authed = kind;
+        alter("-/kelofs/startPara");
+        std::memset(PARA_FILE_PATH, 'x', sizeof PARA_FILE_PATH);
+        const Signed text = sign_for(kind, family);
+        const mode_t old_mask = ::umask(mask);
+        EXPECT_EQ(import(kind, text.input, kind == kAuthorization ? text.input.size() : 1), 0);
+        ::umask(old_mask);
+        EXPECT_EQ(take_log(), logs[kind]);
+        EXPECT_EQ(content_of(PARA_FILE_PATH), family.store);
+        for (const std::string& store : {family.store, kBackup}) {
+          struct stat file = {}, folder = {};
+          EXPECT_EQ(look(store + kNames[kind].file, text.file()), "new");
+          EXPECT_EQ(::stat((store + kNames[kind].file).c_str(), &file) + ::stat(store.c_str(), &folder), 0);
+          EXPECT_EQ(file.st_mode, S_IFREG | (0666 & ~mask));
+          EXPECT_EQ(folder.st_mode, S_IFDIR | (0666 & ~mask));
+          EXPECT_EQ(std::distance(fs::directory_iterator(store), {}), 1) << "something else was left in " << store;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(RecordsTest, LeavesOnDiskWhatTheFailedStepLeft) {
+  for (const Kind kind : kKinds) {
+    const Signed text = sign_for(kind, kMediaTek);
+    const auto& [operation, check, name, temporary_name] = kNames[kind];
+    const std::string file = kMediaTek.store + name, backup = kBackup + name;
+    const std::string temporary = kMediaTek.store + temporary_name;
+    const size_t in_len = kind == kAuthorization ? text.input.size() : 7;
+    const std::string write_failed = "6 " + operation + " write error in_len =" + std::to_string(in_len) + " , w_len =";
+    const std::string open_failed = "6 " + operation + " open path error =" + temporary + " ";
+    const std::string no_store = "6 mkdir PARA_FILE_PATH error =" + kMediaTek.store + " ";
+    const std::string no_backup = "6 mkdir PARA_FILE_PATH_BK error =" + kBackup + " ";
+    const std::string no_copy = "6 copy_file_sync err =-1 \n", cannot_open = "6 cannot open destination file=";
+    struct { std::string change; Lines errors; std::string temporary, file, backup; } const rows[] = {
+        {"+" + temporary, {open_failed}, "folder", "old", "old"},
+        {"!" + temporary, {write_failed + std::to_string(size_t(-1))}, "link", "old", "old"},
+        {"", {write_failed + "100"}, text.file().substr(0, 100), "old", "old"},
+        {"+" + file, {kVerified, "6 rename ERR  file_path_t=" + temporary + " , file_path=" + file + "\n"},
+         "new", "folder", "old"},
+        {"+" + backup, {kVerified, cannot_open + "21 ,dest= " + backup, no_copy}, "none", "new", "folder"},
+        {"!" + backup, {kVerified, "6 write error", no_copy}, "none", "new", "link"},
+        {"./kelofs/startPara", {no_backup, kVerified, cannot_open + "20 ,dest= " + backup, no_copy},
+         "none", "new", "none"},
+        {"-/mnt/vendor/persist", {no_store, open_failed}, "none", "none", "old"},
+    };
+    for (const auto& row : rows) {
+      SCOPED_TRACE(name + " " + row.change);
+      start(kMediaTek);
+      for (const std::string& path : {file, backup}) write_file(path, "old");
+      write_file(temporary, std::string(5000, 't'));
+      alter(row.change);
+      in_child([&] {
+        const rlimit limit = {100, 100};  // a file can grow no further
+        std::signal(SIGXFSZ, SIG_IGN);
+        if (row.change.empty()) ::setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(import(kind, text.input, in_len), -1);
+        EXPECT_EQ(errors(take_log()), row.errors);
+      });
+      EXPECT_EQ(look(temporary, text.file()), row.temporary);
+      EXPECT_EQ(look(file, text.file()), row.file);
+      EXPECT_EQ(look(backup, text.file()), row.backup);
+    }
+  }
+}
+
+// What the signed message check itself refuses is tested with it: here is what comes between its steps.
+TEST_F(RecordsTest, RefusesWhatIsNotSignedForThisPhone) {
+  SignerOptions options;
+  options.self_signed = true;
+  options.extensions = kCaExtensions;
+  const Signer other_root = make_signer(options);
+  options = {};
+  options.issuer = &other_root;
+  const Signer foreign = make_signer(options);
+  const std::string certificate = "factoryCert=" + default_signer().certificate_text();
+  const std::string untrusted = "6 sub certificate err \n", short_sign = "&sign=" + base64(std::string(255, 's'));
+  const std::string other_id = "cpuID err val_buf=mt0123456789abcdef0123456789000001 , t_buf=" + kMediaTek.id;
+  const Lines not_signed = {kNotVerified, "6 signature err \n"}, not_in_file = {kNotVerified.substr(2)};
+  const Lines not_this_phone = {kVerified, "6 " + other_id, "6 check_para err \n"};
+  enum Phone { kSame, kNothingToSign, kOther };
+  struct Row { std::string input; Lines errors, log_file; Phone phone = kSame; };
+  for (const Kind kind : kKinds) {
+    const bool is_au = kind == kAuthorization;
+    const Signed good = sign_for(kind, kMediaTek);
+    const Lines nothing = is_au ? Lines{"6 Failed to open chip rid file /proc/rid, errno=2", "6 read_rid err"}
+                                : Lines{"6 buildTime err", "6 get_para_value error =-1 "};
+    const Row rows[] = {
+        {"factoryCert=" + std::string(1023, 'A'), {"6 getValueByKey factoryCert err"}, {}, kNothingToSign},
+        {certificate + "&sign=", {"6 getValueByKey sign err"}, {}, kNothingToSign},
+        {certificate + short_sign, nothing, {}, kNothingToSign},
+        {"factoryCert=" + foreign.certificate_text() + short_sign, {"6 signature_bin_len err=255"}, {}},
+        {"factoryCert=" + foreign.certificate_text() + good.input.substr(certificate.size()), {untrusted},
+         {"kelo_X509_verify_cert  ret=0", "unable to get local issuer certificate"}},
+        {signed_record(default_signer(), "x"), not_signed, not_in_file},
+        {good.input, is_au ? not_signed : not_this_phone, is_au ? not_in_file : Lines{other_id}, kOther},
+    };
+    for (const Row& row : rows) {
+      SCOPED_TRACE(kNames[kind].file + testing::PrintToString(row.errors));
+      start(kMediaTek);
+      std::string before = good.before;
+      if (row.phone == kNothingToSign) {
+        alter("-/proc/rid");
+        set_para_buf("");
+        before = is_au ? "" : "&";
+      }
+      if (row.phone == kOther) make_phone(phone::default_identity(Chip::kMediaTek, 1));
+      const std::string file = kMediaTek.store + kNames[kind].file, backup = kBackup + kNames[kind].file;
+      for (const std::string& path : {file, backup}) write_file(path, "old");
+      EXPECT_EQ(import(kind, row.input, row.input.size()), -1);
+      EXPECT_EQ(errors(take_log()), row.errors);
+      EXPECT_EQ(take_log_file(), row.log_file);
+      EXPECT_EQ(look(kMediaTek.store + kNames[kind].temporary, before + row.input), "new");
+      EXPECT_EQ(look(file, "") + look(backup, ""), "oldold");
+
+      write_file(file, before + row.input);
+      ERR_put_error(ERR_LIB_X509, 0, X509_R_CERT_ALREADY_IN_HASH_TABLE, "elsewhere", 1);
+      EXPECT_EQ(kelo_is_para_correct(), -1);
+      Lines log = take_log();
+      const std::string verdict = "6 " + kNames[kind].check + "_path err  path =" + file + " \n";
+      log.erase(std::find(log.begin(), log.end(), verdict), log.end());
+      if (!is_au) log.erase(log.begin(), std::find(log.begin(), log.end(), "4 check_au_file ret =-1 \n"));
+      const bool is_combined = !is_au && row.errors == Lines{untrusted};
+      const std::string no_error = std::string("6 sub certificate err =") + ERR_error_string(0, nullptr) + " \n";
+      EXPECT_EQ(errors(log), (is_combined ? Lines{"6 sub certificate err =0 \n", no_error} : Lines()) + row.errors);
+      EXPECT_EQ(take_log_file(), row.log_file);
+      EXPECT_EQ(look(file, before + row.input) + look(backup, ""), "newold");
+    }
+  }
+}
+
+// Stored as handed over, and read as text up to the first NUL, the end or 4096 bytes.
+TEST_F(RecordsTest, ReadsNoFurtherThanTheText) {
+  for (const Kind kind : kKinds) {
+    const Signed good = sign_for(kind, kMediaTek);
+    const auto filled_to = [&good](size_t size) {  // ends with the signature
+      return good.before + "x=" + std::string(size - good.file().size() - 3, 'x') + "&" + good.input;
+    };
+    const std::string nul(1, '\0'), file = good.file(), head = file.substr(0, file.find("&sign="));
+    struct { std::string text; bool is_valid; } const rows[] = {
+        {filled_to(4095), true},                        {filled_to(4096), true},
+        {filled_to(4097), false},                       {file + "&x=" + std::string(9000, 'x'), true},
+        {file + nul + "&sign=", true},                  {head + nul + file.substr(head.size()), false},
+        {nul + file, false},                            {file.substr(0, file.size() - 1), false},
+        {file.substr(0, 1), false},                     {"", false},
+    };
+    for (const auto& row : rows) {
+      SCOPED_TRACE(kNames[kind].file + " row " + std::to_string(&row - rows));
+      start(kMediaTek);
+      write_file(kMediaTek.store + kNames[kind].file, row.text);
+      EXPECT_EQ(kelo_is_para_correct(), row.is_valid - 1);
+      EXPECT_EQ(look(kBackup + kNames[kind].file, row.text), row.is_valid ? "new" : "none");
+      const std::string read = kind == kParameters ? row.text.substr(0, 4096) : kMediaTek.record;
+      EXPECT_TRUE(content_of(g_para_buf) == read);
+
+      if (kind == kParameters || row.text.empty() || row.text.size() > 4096) continue;
+      test::remove(kMediaTek.store);
+      EXPECT_EQ(import(kind, row.text, row.text.size()), row.is_valid - 1);
+      EXPECT_EQ(look(kMediaTek.store + (row.is_valid ? "auFile.dat" : "auFile_tmp.dat"), row.text), "new");
+    }
+  }
+}
+
+TEST_F(RecordsTest, RepairsOneCopyFromTheOther) {
+  const std::string good = "new", long_one = "long", bad = "bad", folder = "folder", none = "none", full = "link";
+  const std::string gone = "gone", no_folder = "6 cannot open destination file=2 ,dest= ";
+  const std::string is_folder = "6 cannot open destination file=21 ,dest= ";
+  struct Row { std::string primary, backup, primary_after, backup_after; Lines repair; bool is_valid = true; };
+  const Row rows[] = {
+      {good, long_one, good, long_one, {}},      {good, bad, good, bad, {}},
+      {good, folder, good, folder, {}},          {good, none, good, good, {}},
+      {bad, long_one, long_one, long_one, {}},   {none, good, good, good, {}},
+      {good, gone, good, none, {no_folder + kBackup}},
+      {gone, good, none, good, {no_folder + kMediaTek.store}},
+      {folder, good, folder, good, {is_folder + kMediaTek.store}},
+      {full, good, full, good, {"6 write error"}},
+      {bad, bad, bad, bad, {}, false},           {bad, none, bad, none, {}, false},
+      {none, bad, none, bad, {}, false},         {folder, folder, folder, folder, {}, false},
+      {gone, gone, none, none, {}, false},
+  };
+  for (const Kind kind : kKinds) {
+    const std::string text = sign_for(kind, kMediaTek).file(), long_text = text + "&x=" + std::string(9000, 'x');
+    const auto set_up = [&](const std::string& store, const std::string& state) {
+      const std::string path = store + kNames[kind].file;
+      put_folder(store);
+      if (state == gone) test::remove(store);
+      else if (state == folder || state == full) alter((state == folder ? "+" : "!") + path);
+      else if (state != none) write_file(path, state == good ? text : state == long_one ? long_text : state);
+    };
+    const auto look_at = [&](const std::string& store) {
+      const std::string found = look(store + kNames[kind].file, text);
+      return found == long_text ? long_one : found;
+    };
+    for (const auto& row : rows) {
+      SCOPED_TRACE(kNames[kind].file + ": " + row.primary + ", " + row.backup);
+      start(kMediaTek);
+      set_up(kMediaTek.store, row.primary);
+      set_up(kBackup, row.backup);
+      g_is_authed = 0;
+      EXPECT_EQ(kelo_is_para_correct(), row.is_valid - 1);
+      EXPECT_EQ(look_at(kMediaTek.store), row.primary_after);
+      EXPECT_EQ(look_at(kBackup), row.backup_after);
+      Lines repair = errors(take_log());
+      std::erase_if(repair, [](const auto& line) { return !line.starts_with("6 cannot") && line != "6 write error"; });
+      for (std::string& line : repair) line = line.substr(0, line.find(kNames[kind].file));
+      EXPECT_EQ(repair, row.repair);
+    }
+  }
+}
+
+// What the check logs before it reads a parameter file: |store| holds no authorization file and the backup neither.
+Lines no_au_file(const Family& family) {
+  const std::string path = family.store + "auFile.dat";
+  return {"4 libkelchk_ver_20240429_01", family.line, "6 check_au_file open path error =" + path + " ",
+          "6 check_au_file_path err  path =" + path + " \n",
+          "6 check_au_file open path error =/kelofs/startPara/auFile.dat ",
+          "6 check_au_file_path ret=-1  path =" + path + " \n", "4 check_au_file ret =-1 \n", family.line};
+}
+
+TEST_F(RecordsTest, TellsWhichFileItJudged) {
+  for (const Family& family : {kMediaTek, kUnisoc}) {
+    start(family);
+    const std::string au_path = family.store + "auFile.dat", para_path = family.store + "startPara.dat";
+    std::memset(PARA_FILE_PATH, 'x', sizeof PARA_FILE_PATH);
+    EXPECT_EQ(kelo_is_para_correct(), -1);
+    const Lines no_para_file = {
+        "6 check_para_file open path error =" + para_path + " ",
+        "6 check_para_file_path err  path =" + para_path + " \n",
+        "6 check_para_file open path error =/kelofs/startPara/startPara.dat ",
+        "6 check_para_file_path err  path =/kelofs/startPara/startPara.dat \n", "4 check_para_file ret =-1 \n"};
+    EXPECT_EQ(take_log(), no_au_file(family) + no_para_file);
+    EXPECT_EQ(content_of(g_para_buf), family.record) << "no file could be opened, and yet it was touched";
+    EXPECT_EQ(content_of(PARA_FILE_PATH), family.store);
+
+    write_file(para_path, sign_for(kParameters, family).file());
+    EXPECT_EQ(kelo_is_para_correct(), 0);
+    EXPECT_EQ(take_log(), no_au_file(family) + decoded("3") + kTrusted + kSigned + family.check +
+                              Lines{"4 check_para_file ret =0 \n"});
+
+    write_file(au_path, sign_for(kAuthorization, family).file());
+    write_file(para_path, "damaged");
+    EXPECT_EQ(kelo_is_para_correct(), 0);
+    EXPECT_EQ(take_log(), (Lines{"4 libkelchk_ver_20240429_01", family.line} + decoded("3") +
+                           Lines{family.line, "4 rid=" + family.id + "\n"} + kTrusted + kSigned +
+                           Lines{"6 check_au_file_path ret=0  path =" + au_path + " \n", "4 check_au_file ret =0 \n"}));
+    EXPECT_EQ(read_file(para_path), "damaged");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+// Signers and what they sign, made with the crypto library in this process.
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+// A private key with its certificate.
+struct Signer {
+  bssl::UniquePtr<EVP_PKEY> key;
+  bssl::UniquePtr<X509> certificate;
+  std::string der;  // what certificate_text() encodes; a test may damage it
+
+  // The certificate as it stands in a record: base64 on one line.
+  std::string certificate_text() const;
+};
+
+struct SignerOptions {
+  std::string key = "signer";          // a file of the build's test keys: signer, other, rsa1024, rsa3072 or ec
+  const Signer* issuer = nullptr;      // null: the root
+  bool self_signed = false;            // then |issuer| is not looked at
+  std::string name = "Station 07";     // common name
+  bool has_root_name = false;          // instead bears the root's own name
+  std::string not_before = "230601000000Z";
+  std::string not_after = "400601000000Z";
+  const EVP_MD* digest = EVP_sha256();
+  // Extensions in the crypto library's configuration notation. The authority's key id names |issuer|.
+  std::vector<std::pair<int, std::string>> extensions = {{NID_basic_constraints, "critical,CA:FALSE"},
+                                                         {NID_key_usage, "critical,digitalSignature"},
+                                                         {NID_subject_key_identifier, "hash"},
+                                                         {NID_authority_key_identifier, "keyid"}};
+  size_t text_len = 1500;  // of certificate_text(), reached with a comment; a multiple of 4, or 0 to leave it alone
+};
+
+// Extensions of a certificate that may issue others.
+extern const std::vector<std::pair<int, std::string>> kCaExtensions;
+
+// The root that the library under test trusts, with its private key.
+const Signer& root();
+
+// Makes a certificate; by default one that the library accepts.
+Signer make_signer(const SignerOptions& options = {});
+
+// The default signer, made once in a process.
+const Signer& default_signer();
+
+// The signature over |message|, with the key's default scheme, as bytes.
+std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest = EVP_sha256());
+
+// Base64 on one line.
+std::string base64(std::string_view bytes);
+
+// The record "factoryCert=...&sign=...": |message| signed by |signer|.
+std::string signed_record(const Signer& signer, std::string_view message);
+
+}  // namespace test
