@@ -22,6 +22,11 @@ function(kelchk_add_library target folder pem)
   target_link_options(${target} PRIVATE -nostartfiles
     LINKER:--version-script=${PROJECT_SOURCE_DIR}/kelchk.map LINKER:--gc-sections LINKER:--as-needed
     LINKER:--hash-style=gnu LINKER:--enable-new-dtags LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+  if(ANDROID)
+    set_target_properties(${target} PROPERTIES SKIP_BUILD_RPATH ON)
+    target_compile_options(${target} PRIVATE -Oz)
+    target_link_options(${target} PRIVATE LINKER:--pack-dyn-relocs=relr)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE -fcallgraph-info=su)  # for tools/worst-stack
   endif()
