@@ -23,9 +23,7 @@ int write_word(char* out, const char* word) noexcept {
 }  // namespace
 
 int get_build_time(Text& out) noexcept {
-  const Property incremental("ro.system.build.version.incremental");
-  if (incremental.absent()) return -1;
-  return write_word(out, incremental.value);
+  return read_property("ro.system.build.version.incremental", out) ? 0 : -1;
 }
 
 }  // namespace kelchk

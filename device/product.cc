@@ -19,11 +19,8 @@ char separator_in(const char* text) noexcept {
 }  // namespace
 
 int get_device_brand(Text& out) noexcept {
-  const Property brand("ro.product.brand");
-  if (brand.absent()) return fail("get ro.product.brand err");
-  // Without a separator this is the end of the text.
-  const char* const brand_end = strchr(brand.value, separator_in(brand.value));
-  memcpy(out, brand.value, static_cast<size_t>(brand_end - brand.value));
+  if (!read_property("ro.product.brand", out)) return fail("get ro.product.brand err");
+  *strchr(out, separator_in(out)) = '\0';  // without a separator this is the end of the text
   log_info("get_device_brand = %s", out);
   return 0;
 }

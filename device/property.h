@@ -1,7 +1,13 @@
 // System properties.
 #pragma once
 
+#include "core/text.h"
+
 namespace kelchk {
+
+// Reads a system property into |out|. False, with the empty text, when it is absent; one that is set to "false" cannot be
+// told from that.
+[[nodiscard]] bool read_property(const char* name, Text& out) noexcept;
 
 // One system property, as it was when this was made. An absent property reads as "false" unless another fallback is
 // given; one that is set to "false" cannot be told from it.
