@@ -13,8 +13,7 @@ function(kelchk_add_library target folder pem)
     OUTPUT_NAME kelchk
     LIBRARY_OUTPUT_DIRECTORY ${folder}
     LINKER_LANGUAGE C
-    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/kelchk.map
-    BUILD_RPATH "$ORIGIN")
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/kelchk.map)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} PUBLIC ${PROJECT_SOURCE_DIR}/include)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -ffunction-sections -fdata-sections
