@@ -1,0 +1,16 @@
+// An authorization file, in a buffer of exactly its size.
+#include <memory>
+
+#include "fuzz.h"
+#include "kelchk.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::make_phone(phone::Chip::kMediaTek);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const fuzz::Round round;
+  kelo_import_aufile(data, static_cast<unsigned>(size));
+  return 0;
+}

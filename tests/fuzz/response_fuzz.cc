@@ -1,0 +1,10 @@
+// A challenge response.
+#include "fuzz.h"
+#include "kelchk.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const fuzz::Round round;
+  const std::string record(reinterpret_cast<const char*>(data), size);
+  kelo_verify_rand(record.c_str(), static_cast<unsigned>(size));
+  return 0;
+}
