@@ -5,9 +5,7 @@
 #include <cstring>
 
 #include "kelchk.h"
-#include "support/log.h"
 #include "support/phone_test.h"
-#include "support/process.h"
 
 namespace {
 

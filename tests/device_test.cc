@@ -2,9 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "kelchk.h"
-#include "support/log.h"
 #include "support/phone_test.h"
-#include "support/process.h"
 
 namespace {
 

@@ -7,9 +7,7 @@
 #include "core/log.h"
 #include "core/record.h"
 #include "kelchk.h"
-#include "support/log.h"
 #include "support/phone_test.h"
-#include "support/process.h"
 
 namespace {
 

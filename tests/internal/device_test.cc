@@ -12,9 +12,7 @@
 #include "device/nvram.h"
 #include "device/proinfo.h"
 #include "kelchk.h"
-#include "support/log.h"
 #include "support/phone_test.h"
-#include "support/process.h"
 
 namespace {
 

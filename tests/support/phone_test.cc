@@ -1,27 +1,70 @@
 #include "support/phone_test.h"
 
+#include <android/log.h>
 #include <cutils/properties.h>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
+#include <utility>
 
-#include "support/log.h"
-#include "support/process.h"
+#include "kelchk.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+test::Lines messages;
 std::string failing_property;
+time_t stopped_at = 0;
 
 }  // namespace
 
-// Comes before the system's: the program's own symbols are looked up first.
+// These come before the system's: the program's own symbols are looked up first.
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  const int saved_errno = errno;  // callers report errno after they have logged something else
+  char text[8192];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  const std::string foreign_tag = std::strcmp(tag, "kelchk") == 0 ? "" : std::string("[") + tag + "] ";
+  messages.push_back(foreign_tag + std::to_string(prio) + " " + text);
+  errno = saved_errno;
+  return 1;
+}
+
 int property_get(const char* key, char* value, const char* default_value) {
   if (!failing_property.empty() && failing_property == key) return -1;
   static const auto next = reinterpret_cast<decltype(&property_get)>(::dlsym(RTLD_NEXT, "property_get"));
   return next(key, value, default_value);
+}
+
+extern "C" time_t time(time_t* out) noexcept {
+  timespec real;
+  ::clock_gettime(CLOCK_REALTIME, &real);
+  const time_t now = stopped_at != 0 ? stopped_at : real.tv_sec;
+  if (out) *out = now;
+  return now;
+}
+
+extern "C" int close(int fd) {
+  Dl_info caller = {};
+  ::dladdr(__builtin_return_address(0), &caller);
+  const bool is_library = std::string_view(caller.dli_fname ? caller.dli_fname : "").ends_with("/libkelchk.so");
+  EXPECT_TRUE(!is_library || (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0) << "a program that it starts would inherit it";
+  static const auto next = reinterpret_cast<decltype(&close)>(::dlsym(RTLD_NEXT, "close"));
+  return next(fd);
 }
 
 namespace test {
@@ -70,16 +113,65 @@ bool is_loaded(const std::string& path) {
   return handle != nullptr && ::dlclose(handle) == 0;
 }
 
+Lines take_log() { return std::exchange(messages, {}); }
+
+Lines take_log_file() {
+  const char* path = "/kelofs/startPara/log.txt";
+  Lines lines;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  fs::remove(path);
+  return lines;
+}
+
+void set_clock(time_t now) { stopped_at = now; }
+
+size_t open_descriptors() {
+  return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+void in_child(const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const auto* const result = testing::UnitTest::GetInstance()->current_test_info()->result();
+    const int before = result->total_part_count();
+    body();
+    std::fflush(nullptr);
+    ::_exit(result->total_part_count() == before ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "a child failed or died, as told above";
+}
+
+Guarded::Guarded(std::string_view bytes) : size_(bytes.size()) {
+  const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+  mapped_ = (bytes.size() / page + 2) * page;
+  void* memory = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw std::runtime_error("no memory");
+  end_ = static_cast<char*>(memory) + mapped_ - page;
+  if (::mprotect(end_, page, PROT_NONE) != 0) throw std::runtime_error("no guard page");
+  bytes.copy(data(), size_);
+}
+
+Guarded::~Guarded() { ::munmap(end_ - (mapped_ - static_cast<size_t>(::sysconf(_SC_PAGESIZE))), mapped_); }
+
 void PhoneTest::SetUp() {
   make_phone(Chip::kMediaTek);
-  reset_library_state();
+  set_clock(0);
+  g_is_authed = 0;
+  for (char* text : {g_rand_buf, PARA_FILE_PATH}) std::memset(text, 0, 256);
+  for (char* text : {g_factory_pem, g_para_buf}) std::memset(text, 0, 4096);
+  std::memset(g_factor_der, 0, sizeof g_factor_der);
+  std::memset(g_log_buf, 0, sizeof g_log_buf);
+  std::memset(g_sprd_imei, 0, sizeof g_sprd_imei);
   descriptors_ = open_descriptors();
 }
 
 void PhoneTest::TearDown() {
   EXPECT_EQ(open_descriptors(), descriptors_) << "a descriptor was left open";
-  set_clock(0);
-  fail_property("");
 }
 
 }  // namespace test

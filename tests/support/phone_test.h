@@ -1,16 +1,23 @@
-// The simulated phone that a test runs in. The test programs are started inside one: its root is "/".
+// The simulated phone that a test runs in, what the library logs there, and this process as a test needs it. The test
+// programs are started inside a phone: its root is "/".
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "phone.h"
 
 namespace test {
 
 using phone::Chip;
+using Lines = std::vector<std::string>;
+
+// ---- The phone ----
 
 // Makes this phone exactly |identity|, with the backup store directory, where the log file goes, and forgets what was
 // logged.
@@ -22,8 +29,7 @@ void make_phone(Chip chip);
 // Sets a property of this phone; an empty value removes it.
 void set_property(const std::string& name, const std::string& value);
 
-// Makes every question for the property |name| fail, as a phone's own library may and its stand-in never does; an empty
-// name ends that.
+// Makes every question for the property |name| fail, as a phone's own library may and its stand-in never does.
 void fail_property(std::string_view name);
 
 // The whole content of a file; the test fails when there is none.
@@ -43,6 +49,49 @@ void install_vendor(const std::string& name, const std::string& path);
 
 // Whether this process has the library |path| loaded.
 bool is_loaded(const std::string& path);
+
+// ---- The logs ----
+
+// One after the other.
+inline Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
+
+// Returns the messages of the Android log since the last call, such as "6 read_rid err": priority, space, text, with
+// line breaks as they are. A message under another tag than the library's begins with that tag, in brackets.
+Lines take_log();
+
+// Returns the lines of the library's log file and removes it. No file gives no lines.
+Lines take_log_file();
+
+// ---- The process ----
+
+// Stops the clock that the library and the crypto library see at |now|; 0 lets them see the real one again.
+void set_clock(time_t now);
+
+// The number of descriptors that this process has open.
+size_t open_descriptors();
+
+// Runs |body| in a child process, whose failed expectations count as this test's; what it changes in memory is gone.
+void in_child(const std::function<void()>& body);
+
+// Bytes without an end: the last one stands before a page that nobody may read or write.
+class Guarded {
+ public:
+  explicit Guarded(std::string_view bytes);
+  Guarded(const Guarded&) = delete;
+  ~Guarded();
+
+  char* data() const { return end_ - size_; }
+  unsigned char* bytes() const { return reinterpret_cast<unsigned char*>(data()); }
+  std::string_view view() const { return {data(), size_}; }
+
+ private:
+  size_t size_;
+  size_t mapped_;
+  char* end_;
+};
 
 // A test in a phone, which begins as MediaTek's, with a fresh library state and the real clock. No test may leave a
 // descriptor open.

@@ -9,7 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "support/phone_test.h"
+
 namespace test {
+
+// What the library logs of a certificate and of a signature that hold.
+inline const Lines kChainHolds = {"4 kelo_X509_verify_cert ret = ok", "3 Sub certificate success.\n"};
+inline const Lines kSignatureHolds = {"6 EVP_DigestVerifyFinal  ret=1", "3 Signature is success.\n"};
 
 // A private key with its certificate.
 struct Signer {
