@@ -4,9 +4,12 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
 #include <stdexcept>
+
+#include "kelchk.h"
 
 namespace test {
 namespace {
@@ -45,12 +48,8 @@ Signer load_root() {
 }
 
 void set_name(X509_NAME* name, const std::string& common_name) {
-  const std::pair<const char*, std::string> fields[] = {{"O", "Plant"}, {"CN", common_name}};
-  for (const auto& [field, value] : fields) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(value.data());
-    const int len = static_cast<int>(value.size());
-    require(X509_NAME_add_entry_by_txt(name, field, MBSTRING_UTF8, bytes, len, -1, 0), field);
-  }
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(common_name.data());
+  require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, bytes, -1, -1, 0), common_name);
 }
 
 void add_extension(X509* certificate, X509* issuer, int nid, const std::string& value) {
@@ -134,6 +133,13 @@ std::string base64(std::string_view bytes) {
   const auto* const in = reinterpret_cast<const unsigned char*>(bytes.data());
   text.resize(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), in, bytes.size()));
   return text;
+}
+
+std::string sha256(std::string_view text) {
+  unsigned char digest[SHA256_DIGEST_LENGTH], digits[2 * SHA256_DIGEST_LENGTH];
+  SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest);
+  BcdToAsc(digits, digest, sizeof digits);
+  return {digits, digits + sizeof digits};
 }
 
 std::string signed_record(const Signer& signer, std::string_view message) {
