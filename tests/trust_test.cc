@@ -92,9 +92,8 @@ TEST_F(TrustTest, IssuesChallengesOfEveryLength) {
     unsigned out_len = len;
     EXPECT_EQ(kelo_get_rand(out.data(), &out_len), 0);
     EXPECT_EQ(out_len, 13 + len);
-    EXPECT_EQ(out.view(), std::string("randomNumber=") + g_rand_buf + '\0');
-    const std::string_view challenge = g_rand_buf;
-    EXPECT_EQ(challenge.size(), len);
+    const std::string challenge = g_rand_buf;
+    EXPECT_EQ(out.view(), "randomNumber=" + challenge + '\0');
     EXPECT_EQ(challenge.find_first_not_of("0123456789ABCDEF"), challenge.npos) << challenge;
     EXPECT_TRUE(len < 200 || challenge.find(challenge.substr(0, 20), 1) == challenge.npos) << "is random";
   }
@@ -126,15 +125,11 @@ TEST_F(TrustTest, EncodesWhatTheDeviceGivesAndTellsWhenItDoesNot) {
 
 TEST_F(TrustTest, RefusesBadChallengeArguments) {
   char out[4] = "###";
-  for (unsigned len : {251U, 256U, UINT_MAX}) {
-    const unsigned before = len;
-    EXPECT_EQ(kelo_get_rand(out, &len), -1);
-    EXPECT_EQ(len, before);
-  }
-  unsigned len = 4;
-  EXPECT_EQ(kelo_get_rand(nullptr, &len), -1);
+  unsigned lengths[] = {251U, UINT_MAX, 4U};
+  for (unsigned& len : lengths) EXPECT_EQ(kelo_get_rand(len == 4 ? nullptr : out, &len), -1);
   EXPECT_EQ(kelo_get_rand(out, nullptr), -1);
-  EXPECT_EQ(take_log(), Lines(5, "6 kelo_get_rand input error"));
+  EXPECT_THAT(lengths, ElementsAre(251U, UINT_MAX, 4U));
+  EXPECT_EQ(take_log(), Lines(4, "6 kelo_get_rand input error"));
   EXPECT_STREQ(out, "###");
   EXPECT_STREQ(g_rand_buf, kChallenge);
 }
@@ -175,8 +170,10 @@ TEST_F(TrustTest, RefusesAnotherLengthThanTheText) {
 // ---- The record ----
 
 TEST_F(TrustTest, ReadsTheTwoFieldsWithinTheirLimits) {
-  const Signer shortest = make_signer({.name = "S", .extensions = {}, .text_len = 1024});
-  const Signer& signer = default_signer(), longest = make_signer({.text_len = 4092});
+  const Signer shortest = make_signer({.name = "S", .extensions = {}, .comment_len = 27});
+  EXPECT_EQ(shortest.certificate_text().size(), 1024U) << shortest.der.size();
+  const Signer& signer = default_signer(), longest = make_signer({.comment_len = 2215});
+  EXPECT_EQ(longest.certificate_text().size(), 4092U) << longest.der.size();
   const std::string cert = signer.certificate_text(), signature = sign(signer.key.get(), kChallenge);
   const std::string sig = base64(signature), all = "factoryCert=" + cert + "&sign=" + sig;
   const auto with_cert = [&](const std::string& text) { return "factoryCert=" + text + "&sign=" + sig; };
@@ -188,31 +185,26 @@ TEST_F(TrustTest, ReadsTheTwoFieldsWithinTheirLimits) {
   const auto accepted = [](size_t len) { return decoded(len) + kChainHolds + kSignatureHolds; };
   const auto sign_len = [&](const char* len) { return decoded(der_len) + Lines{"6 signature_bin_len err="s + len}; };
   const std::pair<std::string, Lines> rows[] = {
-      {all, accepted(der_len)}, {"sign=" + sig + "&ver=1&factoryCert=" + cert + "&", accepted(der_len)},
-      {"design=9&mysign=8&" + all, accepted(der_len)},
-      {"factoryCert=" + text_of(4096) + "&" + all, accepted(der_len)},
+      {"sign=" + sig + "&ver=1&factoryCert=" + cert + "&", accepted(der_len)},
+      {"design=9&mysign=8&factoryCert=" + text_of(4096) + "&" + all, accepted(der_len)},
       {signed_record(shortest, kChallenge), accepted(shortest.der.size())},
-      {signed_record(longest, kChallenge), accepted(longest.der.size())}, {"", no_cert}, {"sign=" + sig, no_cert},
-      {"factoryCert=&sign=" + sig, no_cert}, {"x" + all, no_cert},
+      {signed_record(longest, kChallenge), accepted(longest.der.size())}, {"", no_cert}, {"x" + all, no_cert},
       {with_cert(shortest.certificate_text().substr(0, 1023)), no_cert}, {with_cert(text_of(4096)), no_cert},
       {with_cert(text_of(1024)), decoded(768) + bad_cert}, {with_cert(text_of(4095)), decoded(0) + bad_cert},
-      {with_cert(cert.substr(1)), decoded(0) + bad_cert},
       {with_cert(cert.substr(0, 64) + "\n" + cert.substr(65)), decoded(0) + bad_cert},
-      {with_cert("-" + cert.substr(1)), decoded(0) + bad_cert},
       {with_cert(cert.substr(0, cert.size() - 4)), decoded((cert.size() - 4) / 4 * 3) + bad_cert},
       {with_cert(cert).substr(0, 12 + cert.size()), no_sign}, {with_sign(""), no_sign},
       {with_sign(text_of(2048)), no_sign}, {with_sign(text_of(2047)), sign_len("0")},
-      {with_sign(sig + "\n"), sign_len("0")}, {with_sign("*" + sig.substr(1)), sign_len("0")},
-      {with_sign(base64(signature.substr(1))), sign_len("255")},
+      {with_sign("*" + sig.substr(1)), sign_len("0")}, {with_sign(base64(signature.substr(1))), sign_len("255")},
       {with_sign(base64(signature + "#")), sign_len("257")}, {with_sign(text_of(1364)), sign_len("1023")},
       {with_sign(text_of(1368)), sign_len("0")},
   };
   for (const auto& [record, log] : rows) {
     const bool is_accepted = log.back() == kSignatureHolds.back();
     EXPECT_EQ(answer(record), is_accepted ? 0 : -1);
-    EXPECT_EQ(take_log(), log) << record;
+    EXPECT_EQ(take_log(), log) << record.substr(0, 200);
     EXPECT_EQ(take_log_file(), Lines());
-    EXPECT_TRUE(log == no_cert || ERR_peek_error() == 0) << record;
+    EXPECT_TRUE(log == no_cert || ERR_peek_error() == 0);
     ERR_clear_error();
   }
   EXPECT_EQ(answer(all), 0);

@@ -267,7 +267,8 @@ TEST(Attributes, OfTheProduct) {
   };
   check(Chip::kMediaTek, {},
         {brand("A-B_C", "A-B"), brand("Foo Bar", "Foo"), brand("_x", ""), brand("a b-c", "a b"),
-         brand(longest, longest), model("abc-def_ghi", "MDF1ghi"), model("a-b-c", "MDF1c"), model("abc", "MDF1abc"), model("abc_", "MDF1"), model("a b", "MDF1b"), model(longest, "MDF1" + longest),
+         brand(longest, longest), model("abc-def_ghi", "MDF1ghi"), model("a-b-c", "MDF1c"),
+         model("abc", "MDF1abc"), model("abc_", "MDF1"), model("a b", "MDF1b"), model(longest, "MDF1" + longest),
          {property("ro.product.brand", ""), get_device_brand, -1, "", {"6 get ro.product.brand err"}},
          {property("ro.product.device", ""), get_device_name, -1, "", {"6 get ro.product.name err=false\n"}},
          {nothing, get_build_time, 0, "20240429V3", {}},

@@ -61,7 +61,20 @@ void add_extension(X509* certificate, X509* issuer, int nid, const std::string& 
 
 void set_time(ASN1_TIME* time, const std::string& text) { require(ASN1_TIME_set_string(time, text.c_str()), text); }
 
-Signer make_with_comment(const SignerOptions& options, size_t comment_len) {
+}  // namespace
+
+const std::vector<std::pair<int, std::string>> kCaExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                                                {NID_key_usage, "critical,keyCertSign,cRLSign"},
+                                                                {NID_subject_key_identifier, "hash"}};
+
+std::string Signer::certificate_text() const { return base64(der); }
+
+const Signer& root() {
+  static const Signer signer = load_root();
+  return signer;
+}
+
+Signer make_signer(const SignerOptions& options) {
   Signer signer;
   signer.key = load_key(TEST_KEYS "/" + options.key + ".key");
   signer.certificate.reset(X509_new());
@@ -78,35 +91,11 @@ Signer make_with_comment(const SignerOptions& options, size_t comment_len) {
   set_time(X509_getm_notAfter(certificate), options.not_after);
   X509_set_pubkey(certificate, signer.key.get());
   for (const auto& [nid, value] : options.extensions) add_extension(certificate, issuer, nid, value);
-  if (comment_len > 0) add_extension(certificate, issuer, NID_netscape_comment, std::string(comment_len, 'c'));
+  add_extension(certificate, issuer, NID_netscape_comment, std::string(options.comment_len, 'c'));
 
   EVP_PKEY* const key = options.self_signed ? signer.key.get() : authority.key.get();
   require(X509_sign(certificate, key, options.digest) > 0, "cannot be signed");
   signer.der = der_of(certificate);
-  return signer;
-}
-
-}  // namespace
-
-const std::vector<std::pair<int, std::string>> kCaExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
-                                                                {NID_key_usage, "critical,keyCertSign,cRLSign"},
-                                                                {NID_subject_key_identifier, "hash"}};
-
-std::string Signer::certificate_text() const { return base64(der); }
-
-const Signer& root() {
-  static const Signer signer = load_root();
-  return signer;
-}
-
-Signer make_signer(const SignerOptions& options) {
-  Signer signer = make_with_comment(options, 0);
-  // The lengths within the encoding grow with what they count, so the comment's own length takes a few rounds.
-  for (int comment_len = 1; options.text_len != 0 && signer.certificate_text().size() != options.text_len;) {
-    comment_len += (static_cast<int>(options.text_len) - static_cast<int>(signer.certificate_text().size())) / 4 * 3;
-    require(comment_len > 0, "the text is longer than wanted even without a comment");
-    signer = make_with_comment(options, static_cast<size_t>(comment_len));
-  }
   return signer;
 }
 

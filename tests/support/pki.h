@@ -41,7 +41,7 @@ struct SignerOptions {
                                                          {NID_key_usage, "critical,digitalSignature"},
                                                          {NID_subject_key_identifier, "hash"},
                                                          {NID_authority_key_identifier, "keyid"}};
-  size_t text_len = 1300;  // of certificate_text(), reached with a comment; a multiple of 4, or 0 to leave it alone
+  size_t comment_len = 150;  // of a comment, which sets the length of the whole
 };
 
 // Extensions of a certificate that may issue others.
