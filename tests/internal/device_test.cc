@@ -9,7 +9,6 @@
 #include "device/attributes.h"
 #include "device/identifiers.h"
 #include "device/nvram.h"
-#include "device/proinfo.h"
 #include "kelchk.h"
 #include "support/phone_test.h"
 
@@ -49,26 +48,25 @@ struct Row {
   Lines log;
 };
 
-// Each row in a process and a phone of its own. Every log begins with |chip_line|.
+// Each row in a phone of its own. Every log begins with |chip_line|.
 void check(Chip chip, const Lines& chip_line, const std::vector<Row>& rows) {
   for (const Row& row : rows) {
-    in_child([&] {
-      SCOPED_TRACE("row " + std::to_string(&row - rows.data()));
-      make_phone(chip);
-      row.prepare();
-      const size_t descriptors = open_descriptors();
-      Text out = {};
-      errno = 0;  // a short read leaves it alone, and yet its text is told
-      EXPECT_EQ(row.get(out), row.result);
-      EXPECT_EQ(row.text == kAnything ? kAnything : std::string(out), row.text);
-      const Lines log = take_log();
-      EXPECT_EQ(log, chip_line + row.log);
-      EXPECT_EQ(open_descriptors(), descriptors);
-      EXPECT_FALSE(is_loaded(kNvram));
-      const bool was_asked = testing::PrintToString(log).find(" end ") != std::string::npos;
-      const bool is_kept = is_loaded(kAtci) || is_loaded(kAtci64) || is_loaded(kEfuse) || is_loaded(kEfuse64);
-      EXPECT_EQ(is_kept, was_asked) << "modem and efuse libraries stay once they were asked";
-    });
+    SCOPED_TRACE("row " + std::to_string(&row - rows.data()));
+    make_phone(chip);
+    row.prepare();
+    const size_t descriptors = open_descriptors();
+    Text out = {};
+    errno = 0;  // a short read leaves it alone, and yet its text is told
+    EXPECT_EQ(row.get(out), row.result);
+    EXPECT_EQ(row.text == kAnything ? kAnything : std::string(out), row.text);
+    const Lines log = take_log();
+    EXPECT_EQ(log, chip_line + row.log);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_FALSE(unload(kNvram));
+    const bool was_asked = testing::PrintToString(log).find(" end ") != std::string::npos;
+    const bool is_kept = unload(kAtci) + unload(kAtci64) + unload(kEfuse) + unload(kEfuse64) == 1;
+    EXPECT_EQ(is_kept, was_asked) << "modem and efuse libraries stay once they were asked";
+    fail_property("");
   }
 }
 
@@ -141,23 +139,19 @@ class ReadersTest : public PhoneTest {};
 TEST_F(ReadersTest, BoundTheirArgumentsAndKeepTheOutputOnFailure) {
   put_folder("/unreadable");
   write_file("/full", std::string(5000, 'r'));
-  struct Call { const char* name; unsigned size; bool has_out; int result; const char* line; };
   const std::string longest(255, 'n'), too_long(256, 'n');
   const char* refused = "6 nvram_read_by_name param err \n";
-  for (const Call& call : {Call{nullptr, 1, true, -1, refused}, {kWifi, 1, false, -1, refused},
-                           {"/full", 4097, true, -1, refused},  {too_long.c_str(), 1, true, -1, refused},
-                           {longest.c_str(), 1, true, -1, "6 nvm_get_lid_by_name fail reson =(null)\n"},
-                           {"/unreadable", 10, true, -1, "6 read fail reson =(null)\n"},
-                           {kWifi, 513, true, -1, "6 ret=512 , out_size=513\n"},
-                           {"/full", 4096, true, 0, "3 ret=4096 , out_size=4096\n"}}) {
+  struct Call { const char* name; unsigned size; int result; const char* line; };
+  for (const Call& call : {Call{"/full", 4097, -1, refused}, {too_long.c_str(), 1, -1, refused},
+                           {longest.c_str(), 1, -1, "6 nvm_get_lid_by_name fail reson =(null)\n"},
+                           {"/unreadable", 10, -1, "6 read fail reson =(null)\n"},
+                           {kWifi, 513, -1, "6 ret=512 , out_size=513\n"},
+                           {"/full", 4096, 0, "3 ret=4096 , out_size=4096\n"}}) {
     const Guarded out(std::string(call.size, '#'));
-    EXPECT_EQ(nvram_read_by_name(call.name, call.size, call.has_out ? out.bytes() : nullptr), call.result);
+    EXPECT_EQ(nvram_read_by_name(call.name, call.size, out.bytes()), call.result);
     EXPECT_EQ(take_log().back(), call.line);
     EXPECT_EQ(out.view(), std::string(call.size, call.result == 0 ? 'r' : '#'));
   }
-  char psn[4];
-  EXPECT_EQ(get_product_info(psn, -1, 4), -1);
-  EXPECT_EQ(take_log(), Lines()) << "a failed seek is silent";
 }
 
 TEST(Unisoc, Identifiers) {
@@ -240,8 +234,17 @@ TEST(Unisoc, Country) {
          {folder(kFinstatus), get_country, -1, "", {"6 read "s + kFinstatus + " fail\n"}}});
 }
 
+int ask(Text&) noexcept { return is_device_efused(); }
+
+TEST(MediaTek, Efuse) {
+  std::vector<Row> rows;
+  for (const auto& [mode, result] : {std::pair{"", 1}, {"hw", 1}, {"sw", 0}, {"hw2", 0}, {"HW", 0}, {"h", 0}}) {
+    rows.push_back({property("ro.boot.efusemode", mode), ask, result, "", {}});
+  }
+  check(Chip::kMediaTek, {"4 chip=mt6768"}, rows);
+}
+
 TEST(Unisoc, Efuse) {
-  const auto ask = [](Text&) noexcept { return is_device_efused(); };
   const Lines start = {"4 ==spd_efuse_secure_is_enabled start ==\n", "4 dlopen1 "s + kEfuse};
   const std::string no_32 = "6 dlopen "s + kEfuse + " " + no_library(kEfuse) + "\n, try lib64";
   const std::string no_64 = "6 dlopen "s + kEfuse64 + " " + no_library(kEfuse64) + "\n";
@@ -250,8 +253,7 @@ TEST(Unisoc, Efuse) {
   const auto only_64 = [](const char* name) { return [=] { install_vendor(name, kEfuse64); test::remove(kEfuse); }; };
   check(Chip::kUnisoc, {"4 chip=ums512"},
         {{file(kFuse, "0"), ask, 0, "", start + end("0")}, {file(kFuse, "2"), ask, 0, "", start + end("2")},
-         {no(kFuse), ask, 0, "", start + end("-1")},
-         {only_64("efuse"), ask, 1, "", start + Lines{no_32} + end("1")},
+         {no(kFuse), ask, 0, "", start + end("-1")}, {only_64("efuse"), ask, 1, "", start + Lines{no_32} + end("1")},
          {only_64("empty"), ask, 1, "", start + Lines{no_32, undefined + no_symbol(kEfuse64, symbol)}},
          {vendor("empty", kEfuse), ask, 1, "", start + Lines{undefined + no_symbol(kEfuse, symbol)}},
          {no(kEfuse), ask, 1, "", start + Lines{no_32, no_64}}});

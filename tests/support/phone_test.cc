@@ -5,7 +5,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -104,13 +103,12 @@ void remove(const std::string& path) { fs::remove_all(path); }
 void install_vendor(const std::string& name, const std::string& path) {
   fs::remove_all(path);
   fs::create_directories(fs::path(path).parent_path());
-  const fs::path broken = TEST_VENDOR_LIBRARIES "/lib" + name + ".so";
-  fs::copy_file(fs::exists(broken) ? broken : fs::path(PHONE_VENDOR_LIBRARIES "/lib" + name + ".so"), path);
+  fs::copy_file(PHONE_VENDOR_LIBRARIES "/lib" + name + ".so", path);
 }
 
-bool is_loaded(const std::string& path) {
+bool unload(const std::string& path) {
   void* const handle = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
-  return handle != nullptr && ::dlclose(handle) == 0;
+  return handle != nullptr && ::dlclose(handle) == 0 && ::dlclose(handle) == 0;
 }
 
 Lines take_log() { return std::exchange(messages, {}); }
@@ -128,22 +126,6 @@ void set_clock(time_t now) { stopped_at = now; }
 
 size_t open_descriptors() {
   return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
-void in_child(const std::function<void()>& body) {
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    const auto* const result = testing::UnitTest::GetInstance()->current_test_info()->result();
-    const int before = result->total_part_count();
-    body();
-    std::fflush(nullptr);
-    ::_exit(result->total_part_count() == before ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0) << "a child failed or died, as told above";
 }
 
 Guarded::Guarded(std::string_view bytes) : size_(bytes.size()) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,36 +18,32 @@ using Lines = std::vector<std::string>;
 
 // ---- The phone ----
 
-// Makes this phone exactly |identity|, with the backup store directory, where the log file goes, and forgets what was
-// logged.
+// Makes this phone exactly |identity|, or the default one of its family, with the backup store directory, where the log
+// file goes, and forgets what was logged.
 void make_phone(const phone::Identity& identity);
-
-// Makes this phone the default one of its family.
 void make_phone(Chip chip);
 
-// Sets a property of this phone; an empty value removes it.
+// An empty value removes the property.
 void set_property(const std::string& name, const std::string& value);
 
-// Makes every question for the property |name| fail, as a phone's own library may and its stand-in never does.
+// Makes questions for this property fail, as a phone's own library may and its stand-in never does. "" ends that.
 void fail_property(std::string_view name);
 
 // The whole content of a file; the test fails when there is none.
 std::string read_file(const std::string& path);
 
-// Makes |path| a file with this content, and its folders.
 void write_file(const std::string& path, std::string_view content);
 
-// Makes |path| a folder in place of what was there, so that it can be opened but not read.
+// Puts a folder in place of what was there: it can be opened but not read.
 void put_folder(const std::string& path);
 
-// Removes |path| with what is below it.
 void remove(const std::string& path);
 
-// Puts a vendor library to |path|: a broken one of the tests (broken_vendor.c), or else the phone's own.
+// Puts a vendor library to |path|, the phone's own or a broken one (broken_vendor.c).
 void install_vendor(const std::string& name, const std::string& path);
 
-// Whether this process has the library |path| loaded.
-bool is_loaded(const std::string& path);
+// Unloads the library |path| when it has been left loaded; tells whether it was.
+bool unload(const std::string& path);
 
 // ---- The logs ----
 
@@ -70,11 +65,7 @@ Lines take_log_file();
 // Stops the clock that the library and the crypto library see at |now|; 0 lets them see the real one again.
 void set_clock(time_t now);
 
-// The number of descriptors that this process has open.
 size_t open_descriptors();
-
-// Runs |body| in a child process, whose failed expectations count as this test's; what it changes in memory is gone.
-void in_child(const std::function<void()>& body);
 
 // Bytes without an end: the last one stands before a page that nobody may read or write.
 class Guarded {
