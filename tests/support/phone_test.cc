@@ -1,7 +1,6 @@
 #include "support/phone_test.h"
 
 #include <android/log.h>
-#include <cutils/properties.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -23,7 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 test::Lines messages;
-std::string failing_property;
 time_t stopped_at = 0;
 
 }  // namespace
@@ -41,12 +39,6 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   messages.push_back(foreign_tag + std::to_string(prio) + " " + text);
   errno = saved_errno;
   return 1;
-}
-
-int property_get(const char* key, char* value, const char* default_value) {
-  if (!failing_property.empty() && failing_property == key) return -1;
-  static const auto next = reinterpret_cast<decltype(&property_get)>(::dlsym(RTLD_NEXT, "property_get"));
-  return next(key, value, default_value);
 }
 
 extern "C" time_t time(time_t* out) noexcept {
@@ -77,8 +69,6 @@ void make_phone(const phone::Identity& identity) {
 void make_phone(Chip chip) { make_phone(phone::default_identity(chip)); }
 
 void set_property(const std::string& name, const std::string& value) { phone::set_property("/", name, value); }
-
-void fail_property(std::string_view name) { failing_property = name; }
 
 std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

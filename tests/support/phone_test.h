@@ -26,9 +26,6 @@ void make_phone(Chip chip);
 // An empty value removes the property.
 void set_property(const std::string& name, const std::string& value);
 
-// Makes questions for this property fail, as a phone's own library may and its stand-in never does. "" ends that.
-void fail_property(std::string_view name);
-
 // The whole content of a file; the test fails when there is none.
 std::string read_file(const std::string& path);
 
