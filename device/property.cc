@@ -6,14 +6,15 @@
 namespace kelchk {
 
 bool read_property(const char* name, Text& out) noexcept {
-  property_get(name, out, "false");
-  if (strcmp(out, "false") != 0) return true;
+  if (property_get(name, out, "false") >= 0 && strcmp(out, "false") != 0) return true;
   out[0] = '\0';
   return false;
 }
 
 Property::Property(const char* name, const char* fallback) noexcept : result(property_get(name, value, fallback)) {
   static_assert(sizeof value >= PROPERTY_VALUE_MAX);
+  // A system that could not look may have left nothing, which must not pass for a value.
+  if (result < 0) memcpy(value, fallback, strlen(fallback) + 1);
 }
 
 bool Property::is(const char* word) const noexcept {

@@ -9,8 +9,8 @@ namespace kelchk {
 // told from that.
 [[nodiscard]] bool read_property(const char* name, Text& out) noexcept;
 
-// One system property, as it was when this was made. An absent property reads as "false" unless another fallback is
-// given; one that is set to "false" cannot be told from it.
+// One system property, as it was when this was made. An absent property, or one that the system cannot read, has the
+// value "false" or the |fallback| that is given, which is a short word; one that is set to it cannot be told from that.
 struct Property {
   explicit Property(const char* name, const char* fallback = "false") noexcept;
 
