@@ -2,8 +2,8 @@
 
 #include <android/log.h>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,15 +47,6 @@ extern "C" time_t time(time_t* out) noexcept {
   const time_t now = stopped_at != 0 ? stopped_at : real.tv_sec;
   if (out) *out = now;
   return now;
-}
-
-extern "C" int close(int fd) {
-  Dl_info caller = {};
-  ::dladdr(__builtin_return_address(0), &caller);
-  const bool is_library = std::string_view(caller.dli_fname ? caller.dli_fname : "").ends_with("/libkelchk.so");
-  EXPECT_TRUE(!is_library || (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0) << "a program that it starts would inherit it";
-  static const auto next = reinterpret_cast<decltype(&close)>(::dlsym(RTLD_NEXT, "close"));
-  return next(fd);
 }
 
 namespace test {
@@ -118,6 +109,28 @@ size_t open_descriptors() {
   return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
+void in_child(const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    body();
+    std::fflush(nullptr);
+    ::_exit(testing::Test::HasFailure());
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0) << "of the child process";
+}
+
+void reset_library_state() {
+  g_is_authed = 0;
+  for (char* text : {g_rand_buf, PARA_FILE_PATH}) std::memset(text, 0, 256);
+  for (char* text : {g_factory_pem, g_para_buf}) std::memset(text, 0, 4096);
+  std::memset(g_factor_der, 0, sizeof g_factor_der);
+  std::memset(g_log_buf, 0, sizeof g_log_buf);
+  std::memset(g_sprd_imei, 0, sizeof g_sprd_imei);
+}
+
 Guarded::Guarded(std::string_view bytes) : size_(bytes.size()) {
   const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
   mapped_ = (bytes.size() / page + 2) * page;
@@ -133,12 +146,7 @@ Guarded::~Guarded() { ::munmap(end_ - (mapped_ - static_cast<size_t>(::sysconf(_
 void PhoneTest::SetUp() {
   make_phone(Chip::kMediaTek);
   set_clock(0);
-  g_is_authed = 0;
-  for (char* text : {g_rand_buf, PARA_FILE_PATH}) std::memset(text, 0, 256);
-  for (char* text : {g_factory_pem, g_para_buf}) std::memset(text, 0, 4096);
-  std::memset(g_factor_der, 0, sizeof g_factor_der);
-  std::memset(g_log_buf, 0, sizeof g_log_buf);
-  std::memset(g_sprd_imei, 0, sizeof g_sprd_imei);
+  reset_library_state();
   descriptors_ = open_descriptors();
 }
 

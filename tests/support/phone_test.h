@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -63,6 +64,12 @@ Lines take_log_file();
 void set_clock(time_t now);
 
 size_t open_descriptors();
+
+// Runs |body| in a process of its own, which must end well.
+void in_child(const std::function<void()>& body);
+
+// As in a process that has just loaded the library.
+void reset_library_state();
 
 // Bytes without an end: the last one stands before a page that nobody may read or write.
 class Guarded {
