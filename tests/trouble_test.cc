@@ -29,7 +29,6 @@ using Operation = std::function<int()>;
 using Files = std::map<std::string, std::string>;  // contents by path
 
 constexpr char kChallenge[] = "0AFF3C";
-constexpr bool kIsEmulated = sizeof(void*) == 4;  // whole sweeps would take minutes
 constexpr time_t kNow = 1714386612, kBeforeRoot = 86400;
 const std::string kStores[] = {"/kelofs/startPara/", "/mnt/vendor/persist/startPara/",
                                "/mnt/vendor/productinfo/startPara/"};
@@ -357,7 +356,7 @@ TEST_P(FaultsTest, NoFailingCallBreaksAPromise) {
       for (const bool lasts : {false, true}) {
         meet(row, {Trouble::kFallsShort, n, lasts});
         for (const int error : {EIO, ENOSPC, EROFS, EACCES}) {
-          if (error == EIO || !kIsEmulated) meet(row, {Trouble::kFails, n, lasts, error});
+          if (error == EIO || TEST_SWEEP_STRIDE == 1) meet(row, {Trouble::kFails, n, lasts, error});
         }
       }
     }
@@ -378,7 +377,7 @@ TEST_P(FaultsTest, NoFailingAllocationBreaksAPromise) {
       if (!(is_mediatek ? logins : rest).contains(row.name)) continue;
       const unsigned allocations = count(row, &Counts::allocations);
       EXPECT_GT(allocations, 100U) << row.name;
-      for (unsigned n = 1; n <= allocations; n += kIsEmulated ? 7 : 1) {
+      for (unsigned n = 1; n <= allocations; n += TEST_SWEEP_STRIDE) {
         for (const bool lasts : {false, true}) meet(row, {Trouble::kNoMemory, n, lasts, ENOMEM});
       }
     }
