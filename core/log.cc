@@ -36,7 +36,7 @@ void log_file_line(const char* format, ...) noexcept {
   memset(g_log_buf, 0, sizeof g_log_buf);
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(g_log_buf, sizeof g_log_buf, format, arguments);
+  static_cast<void>(vsnprintf(g_log_buf, sizeof g_log_buf, format, arguments));
   va_end(arguments);
   logToFile(g_log_buf);
 }

@@ -14,7 +14,7 @@ size_t get_value_by_key(std::string_view record, const char* key, char* value, s
   for (const char* field = record.data(); field < end;) {
     const void* const separator = memchr(field, '&', static_cast<size_t>(end - field));
     const char* const field_end = separator != nullptr ? static_cast<const char*>(separator) : end;
-    const size_t field_len = static_cast<size_t>(field_end - field);
+    const auto field_len = static_cast<size_t>(field_end - field);
     if (field_len > key_len && field[key_len] == '=' && memcmp(field, key, key_len) == 0) {
       const size_t value_len = field_len - key_len - 1;
       if (value_len < capacity) {
@@ -23,7 +23,7 @@ size_t get_value_by_key(std::string_view record, const char* key, char* value, s
         return value_len;
       }
     }
-    if (separator == nullptr) break;
+    if (field_end == end) break;
     field = field_end + 1;
   }
   return 0;

@@ -13,7 +13,7 @@ namespace kelchk {
 namespace {
 
 constexpr size_t kConfigurationLen = 1509;
-constexpr size_t kShaTextLen = 2 * SHA256_DIGEST_LENGTH;
+constexpr size_t kShaTextLen = size_t{2} * SHA256_DIGEST_LENGTH;
 constexpr char kConfigurationFile[] = "/mnt/vendor/productinfo/finstatus/finstatus.prop";
 constexpr char kDefaultConfiguration[] = "0|0|0|0|0|0|0|0|0|0|IN|2|QVk=_XkY=_SVI=";
 // What MediaTek's record holds behind its first byte and what no hash covers.

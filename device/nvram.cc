@@ -36,7 +36,7 @@ int nvram_read_by_name(const char* name, unsigned int size, unsigned char* out) 
   if (name == nullptr || out == nullptr || strnlen(name, kNameCap) == kNameCap || size > kRecordCap) {
     return fail("nvram_read_by_name param err \n");
   }
-  memcpy(record_name, name, strlen(name));
+  memcpy(record_name, name, strlen(name) + 1);
 
   const VendorLibrary library(kLibrary);
   if (!library) {

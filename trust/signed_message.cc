@@ -20,6 +20,9 @@ constexpr size_t kSignatureCap = 1024;
 
 // The crypto library's error queue belongs to the whole process: none of ours stays behind in it.
 struct ErrorQueueCleanup {
+  ErrorQueueCleanup() noexcept = default;
+  ErrorQueueCleanup(const ErrorQueueCleanup&) = delete;
+  ErrorQueueCleanup& operator=(const ErrorQueueCleanup&) = delete;
   ~ErrorQueueCleanup() { ERR_clear_error(); }
 };
 
