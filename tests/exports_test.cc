@@ -38,7 +38,7 @@ TEST(Hex, PacksAndUnpacks) {
 TEST(LogHexLine, IsCutAtWholeBytesInsideTheScratch) {
   struct Row { size_t prefix_len; unsigned len; size_t shown; };
   for (const Row& row : {Row{0, 0, 0}, {24, 1000, 1000}, {24, 1001, 1000}, {24, UINT_MAX, 1000},  // 1000 above 1024
-                         {4, 1020, 1020}, {0, 1024, 1022}, {4, 1021, 1000}, {45, 1000, 999}, {1025, 510, 509},
+                         {4, 1020, 1020}, {0, 1024, 1022}, {4, 1021, 1000}, {45, 1000, 999}, {1025, 1001, 509},
                          {2044, 5, 0}, {2045, 0, 0}, {2048, 5, 0}}) {
     const std::string prefix(row.prefix_len, 'p');
     const Guarded name(prefix + '\0'), data(std::string(row.shown, '\x1f'));
