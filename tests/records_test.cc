@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "kelchk.h"
+#include "support/forgeries.h"
 #include "support/phone_test.h"
 #include "support/pki.h"
 
@@ -64,9 +65,6 @@ const Family kUnisoc = {
      "4 get_device_brand = Aldan", "4 get_device_name = MDF1KU51", "4 chip=ums512", "4 chip=ums512", "4 chip=ums512",
      "4 boot_mode = normal", "4 chip=ums512", "4 boot_mode = normal", "4 ==spd_send_at_cmd start ==\n",
      "4 ==spd_send_at_cmd end 0== \n", "4 get_IMEI: get imei[15]: 352099001761481"}};
-
-constexpr const char* kKeys[] = {"buildTime", "buildType", "countrySha", "cpuID", "deviceBrand", "deviceModel",
-                                 "featureCode", "imei", "phoneMac", "psn", "time", "ver"};
 
 enum Kind { kAuthorization, kParameters };
 constexpr Kind kKinds[] = {kAuthorization, kParameters};
@@ -289,34 +287,18 @@ TEST_F(RecordsTest, TakesOnlyAValidImeiFromTheRequest) {
   }
 }
 
-// Imports |record| with a right signature; returns what is logged once that has verified, as far as it is the
-// validation's. It reads the phone in the order of a validation that passes, and stops where it fails.
-Lines log_of_validation(const Family& family, const std::string& record, int result) {
-  set_para_buf(record);
-  EXPECT_EQ(kelo_import_para_sign(answer(record).c_str(), 1), result);
-  Lines log = take_log();
-  log.erase(log.begin(), std::find(log.begin(), log.end(), "3 Signature is success.\n"));
-  EXPECT_GE(log.size(), 2u) << "the signature did not verify, or nothing came after it";
-  if (log.size() < 2) return {};
-  EXPECT_EQ(log.back(), result == 0 ? family.line : "6 check_para err \n");
-  return Lines(log.begin() + 1, log.end() - 1);
-}
-
-// A getter that fails ends both the building of the record and its validation, each in its own words.
 TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
-  const std::string incremental = "ro.system.build.version.incremental", no_date = "6 get " + incremental + " err";
-  struct { const Family& family; std::string key, change, in_record, in_check /* where it differs */; } const rows[] = {
-      {kMediaTek, "buildTime", incremental + "=", no_date, ""},
-      {kMediaTek, "buildType", "ro.build.type=", "6 get_build_type err", ""},
-      {kMediaTek, "countrySha", "-/vendor/nvdata/APCFG/APRDEB/ANTI_CS", "6 get_black_country_sha err", ""},
-      {kMediaTek, "cpuID", "-/proc/rid", "6 read_rid err", ""},
-      {kMediaTek, "deviceBrand", "ro.product.brand=", "6 get ro.product.brand err", ""},
-      {kMediaTek, "deviceModel", "ro.product.device=", "6 get odm.model err", "6 get_device_name err"},
-      {kMediaTek, "imei", "-/dev/block/by-name/proinfo", "6 get_imei err", "6 get serialno err"},
-      {kUnisoc, "imei", "-/vendor/modem/imei", "6 get_imei err", "6 get imei err"},
-      {kUnisoc, "phoneMac", "-/mnt/vendor/wifimac.txt", "6 get_mac_address err", ""},
-      {kUnisoc, "psn", "-/dev/block/by-name/miscdata", "6 get serialno err", ""},
-  };
+  struct { const Family& family; std::string key, change, error; } const rows[] = {
+      {kMediaTek, "buildTime", "ro.system.build.version.incremental=", "get ro.system.build.version.incremental err"},
+      {kMediaTek, "countrySha", "-/vendor/nvdata/APCFG/APRDEB/ANTI_CS", "get_black_country_sha err"},
+      {kMediaTek, "buildType", "ro.build.type=", "get_build_type err"},
+      {kMediaTek, "cpuID", "-/proc/rid", "read_rid err"},
+      {kMediaTek, "deviceBrand", "ro.product.brand=", "get ro.product.brand err"},
+      {kMediaTek, "deviceModel", "ro.product.device=", "get odm.model err"},
+      {kMediaTek, "imei", "-/dev/block/by-name/proinfo", "get_imei err"},
+      {kUnisoc, "imei", "-/vendor/modem/imei", "get_imei err"},
+      {kUnisoc, "phoneMac", "-/mnt/vendor/wifimac.txt", "get_mac_address err"},
+      {kUnisoc, "psn", "-/dev/block/by-name/miscdata", "get serialno err"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.change);
     start(row.family);
@@ -325,87 +307,8 @@ TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
     EXPECT_EQ(get_para(row.family.request, none), -1);
     EXPECT_EQ(content_of(g_para_buf), row.family.record.substr(0, position(row.family.record, row.key)));
     const Lines log = take_log();
-    EXPECT_EQ(log.back(), row.in_record);
+    EXPECT_EQ(log.back(), "6 " + row.error);
     if (row.key == "imei") { EXPECT_THAT(log, Contains("4 IMEI=\n")); }
-    const std::string in_check = row.in_check.empty() ? row.in_record : row.in_check;
-    EXPECT_EQ(log_of_validation(row.family, row.family.record, -1).back(), in_check);
-  }
-  start(kMediaTek);
-  set_property(incremental, "2024042");
-  EXPECT_EQ(log_of_validation(kMediaTek, kMediaTek.record, -1).back(), no_date + "=2024042");
-  EXPECT_THAT(take_log_file(), IsEmpty());
-}
-
-TEST_F(RecordsTest, ComparesEveryFieldByItsOwnRule) {
-  const std::string incremental = "ro.system.build.version.incremental=", long_id = "mt" + std::string(1021, '0');
-  const std::string date_format = "6 [compare_dates] Date format is not same: old_date_len=";
-  struct Row { std::string key, value, change; bool is_accepted; const Family* family = &kMediaTek; Lines log = {}; };
-  std::vector<Row> rows = {
-      {"buildType", "use", "", false}, {"buildTime", "20240101V1", "", true}, {"buildTime", "20240429V9", "", true},
-      {"buildTime", "20240430V1", "", false}, {"buildTime", "20240101V1", incremental + "20231201V1", false},
-      {"buildTime", "20240101V1", incremental + "240429V3", false, &kMediaTek, {date_format + "8, new_date_len=6\n"}},
-      {"buildTime", "240101", "", false, &kMediaTek, {date_format + "6, new_date_len=8\n"}},
-      {"buildTime", "240101", incremental + "24042912", true}, {"buildTime", "240501", incremental + "24042912", false},
-      {"countrySha", "F1E4", "", true}, {"countrySha", "f1e4", "", false}, {"cpuID", "mt0123", "", true},
-      {"cpuID", kMediaTek.id + "0", "", false}, {"cpuID", long_id, "", false}, {"deviceBrand", "Alda", "", false},
-      {"deviceModel", "KX67", "ro.product.device=", true}, {"deviceModel", "MDF1KX6", "", false},
-      {"deviceModel", "xMDF1KX67", "", false}, {"phoneMac", "000AF5", "", true}, {"psn", "KX67", "", true},
-      {"phoneMac", "000AF50000000", "", false}, {"psn", "KX670000000000000", "", false}, {"imei", "none", "", true},
-      {"imei", "none", "ro.bootmode=recovery", true, &kUnisoc}, {"imei", "3520990", "", true, &kUnisoc},
-      {"imei", "3520990017614810", "", false, &kUnisoc},
-  };
-  for (const std::string key : kKeys) {  // a value of 1024 characters counts as missing
-    const bool is_checked = key != "featureCode" && key != "time" && key != "ver";
-    rows.push_back({key, std::string(1024, 'x'), "", !is_checked, &kUnisoc});
-  }
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.key + " " + row.value.substr(0, 40) + " " + row.change);
-    const Family& family = *row.family;
-    start(family);
-    alter(row.change);
-    const Lines log = log_of_validation(family, with_value(family.record, row.key, row.value), row.is_accepted - 1);
-    Lines passing = family.check;
-    if (row.is_accepted && row.key == "deviceModel") std::erase(passing, "4 get_device_name = MDF1KX67");
-    if (row.change == "ro.bootmode=recovery") {
-      passing.resize(11);
-      passing.back() = "4 boot_mode = recovery";
-    }
-    if (row.is_accepted) {
-      EXPECT_EQ(log, passing);
-      EXPECT_THAT(take_log_file(), IsEmpty());
-      continue;
-    }
-    const bool is_missing = row.value.size() == 1024, is_date = row.change.starts_with(incremental);
-    const std::string device = is_date ? row.change.substr(incremental.size()) : value_of(family.record, row.key);
-    const std::string name = row.key == "psn" && !is_missing ? "serialno" : row.key;
-    const std::string message = name + " err" + (is_missing ? "" : " val_buf=" + device + " , t_buf=" + row.value);
-    EXPECT_EQ(errors(log), row.log + Lines{"6 " + message});
-    passing.resize(log.size() - errors(log).size());
-    EXPECT_EQ(log, passing + errors(log));
-    const bool in_file = !is_missing && row.key != "deviceBrand" && row.key != "phoneMac";
-    EXPECT_EQ(take_log_file(), in_file ? Lines{message} : Lines());
-  }
-}
-
-// The signature covers exactly the twelve values in their order.
-TEST_F(RecordsTest, SignsOnlyCompleteRecords) {
-  const std::string own = kMediaTek.record, failed = "6 get_para_value error =-1 ", too_long = "6 para value too long";
-  const std::string code(2047 - signed_content(own).size() + 4, 'x');  // in place of "FC01"
-  std::vector<std::pair<std::string, Lines>> rows = {
-      {with_value(own, "phoneMac", ""), {"6 phoneMac err", failed}},
-      {with_value(own, "featureCode", code), {kVerified}},
-      {with_value(own, "featureCode", code + "x"), {too_long, failed}},
-      {with_value(own, "buildTime", std::string(2047, 'x')), {too_long, failed}},
-      {with_value(own, "ver", std::string(2048, 'x')), {"6 ver err", failed}},
-  };
-  for (const std::string key : kKeys) {
-    rows.push_back({std::string(own).insert(position(own, key), "x"), {"6 " + key + " err", failed}});
-  }
-  for (const auto& [record, expected] : rows) {
-    SCOPED_TRACE(record.substr(0, 400));
-    set_para_buf(record);
-    EXPECT_EQ(kelo_import_para_sign(answer(record).c_str(), 1), expected == Lines{kVerified} ? 0 : -1);
-    EXPECT_EQ(errors(take_log()), expected);
   }
 }
 
@@ -489,61 +392,120 @@ TEST_F(RecordsTest, LeavesOnDiskWhatTheFailedStepLeft) {
   }
 }
 
-// What the signed message check itself refuses is tested with it: here is what comes between its steps.
-TEST_F(RecordsTest, RefusesWhatIsNotSignedForThisPhone) {
+// One after the other, without priorities and the blanks at their ends.
+std::string joined(const Lines& lines) {
+  std::string all;
+  for (const std::string& line : lines) {
+    all += (all.empty() ? "" : "; ") + line.substr(2, line.find_last_not_of(" \n") - 1);
+  }
+  return all;
+}
+
+// What |cell| says of the phone of |family|: {id} is its chip id, {record} its record, {record key=value} another one.
+std::string expand_for(const Family& family, const std::string& cell) {
+  return expand(cell, [&family](const std::string& name) {
+    std::istringstream words(name);
+    std::string word, record = family.record;
+    for (words >> word; words >> word;) {
+      record = with_value(record, word.substr(0, word.find('=')), word.substr(word.find('=') + 1));
+    }
+    return name == "id" ? family.id : record;
+  });
+}
+
+TEST_F(RecordsTest, JudgesForgedFiles) {
   const Signer other_root = make_signer({.self_signed = true, .extensions = kCaExtensions});
   const Signer foreign = make_signer({.issuer = &other_root});
-  const std::string untrusted = "6 sub certificate err \n", certificate = default_signer().certificate_text();
-  const std::string other_id = "cpuID err val_buf=mt0123456789abcdef0123456789000001 , t_buf=" + kMediaTek.id;
-  const Lines not_signed = {kNotVerified, "6 signature err \n"}, not_in_file = {kNotVerified.substr(2)};
-  const Lines not_this_phone = {kVerified, "6 " + other_id, "6 check_para err \n"};
-  enum Phone { kSame, kNothingToSign, kOther };
-  struct Row { std::string input; Lines errors, log_file; Phone phone = kSame; };
+  std::map<std::string, phone::Identity> phones = {{"another chip", phone::default_identity(Chip::kMediaTek)},
+                                                   {"the same chip", phone::default_identity(Chip::kMediaTek, 1)}};
+  std::swap(phones["another chip"].rid, phones["the same chip"].rid);
+  phones["the same chip"].properties["ro.product.device"] = "Other";
+  const std::string untrusted = "sub certificate err", no_error = ERR_error_string(0, nullptr);
+  const std::string detailed = untrusted + " =0; " + untrusted + " =" + no_error + "; ";
+  for (const Lines& row : forgeries("Stored files")) {
+    SCOPED_TRACE(testing::PrintToString(row));
+    const bool is_unisoc = row[2].starts_with("Unisoc"), holds = row[3] == "accepted";
+    const std::string change = is_unisoc ? row[2].substr(std::min<size_t>(row[2].size(), 8)) : row[2];
+    const Family& family = is_unisoc ? kUnisoc : kMediaTek;
+    const Kind kind = row[0] == "-" ? kAuthorization : kParameters;
+    const auto& [operation, check, name, temporary] = kNames[kind];
+    const std::string file = family.store + name, backup = kBackup + name;
+    const std::string record = kind == kParameters ? expand_for(family, row[0]) : "";
+    const std::string content = signed_content(row[1] == "itself" ? record : expand_for(family, row[1]));
+    std::string input = signed_record(row[2] == "a stranger's" ? foreign : default_signer(), content);
+    if (row[1] == "-") input.resize(input.size() - 200);
+    const std::string text = (kind == kParameters ? record + "&" : "") + input;
+    const bool is_verified = holds || row[4].ends_with("check_para err");
+    const std::string told = (is_verified ? joined({kVerified}) : "") + (is_verified && !holds ? "; " : "") +
+                             expand_for(family, row[4]);
+
+    start(family);
+    set_para_buf(record);
+    if (phones.contains(change)) make_phone(phones[change]);
+    else if (change != "a stranger's") alter(change);
+    for (const std::string& path : {file, backup}) write_file(path, "old");
+    EXPECT_EQ(import(kind, input, input.size()), holds - 1);
+    EXPECT_EQ(look(family.store + temporary, text), holds ? "none" : "new");
+    EXPECT_EQ(look(file, text) + look(backup, text), holds ? "newnew" : "oldold");
+    EXPECT_TRUE(g_is_authed == 1 && content_of(g_para_buf) == record) << "nothing of it changes";
+    const Lines log = errors(take_log());
+    EXPECT_EQ(joined(log), told);
+    Lines in_log_file;
+    for (const std::string& line : log) {
+      const bool is_left_out = line.starts_with("6 deviceBrand") || line.starts_with("6 phoneMac");
+      if (line == kNotVerified || (line.find("val_buf=") != line.npos && !is_left_out)) in_log_file = {line.substr(2)};
+    }
+    if (row[4] == untrusted) in_log_file = {"kelo_X509_verify_cert  ret=0", "unable to get local issuer certificate"};
+    EXPECT_EQ(take_log_file(), in_log_file);
+
+    write_file(file, text);
+    ERR_put_error(ERR_LIB_X509, 0, X509_R_CERT_ALREADY_IN_HASH_TABLE, "elsewhere", 1);
+    EXPECT_EQ(kelo_is_para_correct(), holds - 1);
+    EXPECT_EQ(look(file, text) + look(backup, text), holds ? "newnew" : "newold");
+    EXPECT_EQ(take_log_file(), in_log_file);
+    const Lines found = errors(take_log());
+    const auto judged = std::find(found.begin(), found.end(), "6 " + check + "_path err  path =" + file + " \n");
+    EXPECT_EQ(judged == found.end(), holds);
+    const std::string expected = (kind == kParameters && row[4] == untrusted ? detailed : "") + told;
+    EXPECT_TRUE(holds || joined({found.begin(), judged}).ends_with(expected)) << joined(found);
+  }
+}
+
+// A file is not held between its verification and its move or copy, and links are followed; the next check tells.
+TEST_F(RecordsTest, TakesWhatIsPutInPlaceOfAVerifiedFile) {
   for (const Kind kind : kKinds) {
     const auto& [operation, check, name, temporary] = kNames[kind];
-    const std::string file = kMediaTek.store + name, backup = kBackup + name;
-    const bool is_au = kind == kAuthorization;
     const Signed good = sign_for(kind, kMediaTek);
-    const Lines nothing = is_au ? Lines{"6 Failed to open chip rid file /proc/rid, errno=2", "6 read_rid err"}
-                                : Lines{"6 buildTime err", "6 get_para_value error =-1 "};
-    const Row rows[] = {
-        {"factoryCert=" + certificate + "&sign=short", nothing, {}, kNothingToSign},
-        {signed_record(foreign, "x"), {untrusted},
-         {"kelo_X509_verify_cert  ret=0", "unable to get local issuer certificate"}},
-        {signed_record(default_signer(), "x"), not_signed, not_in_file},
-        {good.input, is_au ? not_signed : not_this_phone, is_au ? not_in_file : Lines{other_id}, kOther},
-    };
-    for (const Row& row : rows) {
-      SCOPED_TRACE(kNames[kind].file + testing::PrintToString(row.errors));
+    const std::string file = kMediaTek.store + name, backup = kBackup + name, planted = kBackup + "planted";
+    for (const bool is_import : {true, false}) {
       start(kMediaTek);
-      std::string before = good.before;
-      if (row.phone == kNothingToSign) {
-        alter("-/proc/rid");
-        set_para_buf("");
-        before = is_au ? "" : "&";
-      }
-      if (row.phone == kOther) make_phone(phone::default_identity(Chip::kMediaTek, 1));
-      for (const std::string& path : {file, backup}) write_file(path, "old");
-      EXPECT_EQ(import(kind, row.input, row.input.size()), -1);
-      EXPECT_EQ(errors(take_log()), row.errors);
-      EXPECT_EQ(take_log_file(), row.log_file);
-      EXPECT_EQ(look(kMediaTek.store + temporary, before + row.input), "new");
-      EXPECT_EQ(look(file, "") + look(backup, ""), "oldold");
-
-      write_file(file, before + row.input);
-      ERR_put_error(ERR_LIB_X509, 0, X509_R_CERT_ALREADY_IN_HASH_TABLE, "elsewhere", 1);
+      write_file(backup, good.file());
+      put_folder(kMediaTek.store);
+      const std::string swapped = is_import ? kMediaTek.store + temporary : backup;
+      on_message = [swapped](const std::string& message) {
+        if (message != "3 Signature is success.\n") return;
+        test::remove(swapped);
+        fs::create_symlink("/dev/null", swapped);
+      };
+      EXPECT_EQ(is_import ? import(kind, good.input, good.input.size()) : kelo_is_para_correct(), 0);
+      on_message = nullptr;
+      EXPECT_EQ(read_file(file) + read_file(backup), "") << "as far as it could be read";
       EXPECT_EQ(kelo_is_para_correct(), -1);
-      Lines found = errors(take_log());
-      const auto judged = std::find(found.begin(), found.end(), "6 " + check + "_path err  path =" + file + " \n");
-      const bool is_combined = !is_au && row.errors == Lines{untrusted};
-      const std::string no_error = std::string("6 sub certificate err =") + ERR_error_string(0, nullptr) + " \n";
-      const Lines expected = (is_combined ? Lines{"6 sub certificate err =0 \n", no_error} : Lines()) + row.errors;
-      ASSERT_GE(judged - found.begin(), std::ssize(expected));
-      EXPECT_EQ(Lines(judged - std::ssize(expected), judged), expected);
-      EXPECT_EQ(take_log_file(), row.log_file);
-      EXPECT_EQ(look(file, before + row.input) + look(backup, ""), "newold");
     }
+    start(kMediaTek);
+    put_folder(kMediaTek.store);
+    fs::create_symlink(planted, kMediaTek.store + temporary);
+    EXPECT_EQ(import(kind, good.input, good.input.size()), 0);
+    EXPECT_EQ(look(planted, good.file()) + look(file, ""), "newlink");
   }
+}
+
+TEST_F(RecordsTest, LogsValuesWithTheirLineBreaks) {
+  start(kUnisoc);
+  write_file("/vendor/modem/imei", "1\nforged");
+  write_file(kUnisoc.store + "startPara.dat", sign_for(kParameters, kUnisoc).file());
+  EXPECT_EQ(kelo_is_para_correct(), -1);
+  EXPECT_THAT(take_log_file(), ElementsAre("imei err val_buf=1", "forged , t_buf=352099001761481"));
 }
 
 // Stored as handed over, and read as text up to the first NUL, the end or 4096 bytes.

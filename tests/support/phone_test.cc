@@ -37,6 +37,7 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   va_end(args);
   const std::string foreign_tag = std::strcmp(tag, "kelchk") == 0 ? "" : std::string("[") + tag + "] ";
   messages.push_back(foreign_tag + std::to_string(prio) + " " + text);
+  if (test::on_message) test::on_message(messages.back());
   errno = saved_errno;
   return 1;
 }
@@ -50,6 +51,8 @@ extern "C" time_t time(time_t* out) noexcept {
 }
 
 namespace test {
+
+std::function<void(const std::string& message)> on_message;
 
 void make_phone(const phone::Identity& identity) {
   phone::make("/", identity, PHONE_VENDOR_LIBRARIES);

@@ -55,6 +55,9 @@ inline Lines operator+(Lines lines, const Lines& more) {
 // line breaks as they are. A message under another tag than the library's begins with that tag, in brackets.
 Lines take_log();
 
+// Told of each message of the Android log when it is written, while the library waits.
+extern std::function<void(const std::string& message)> on_message;
+
 // Returns the lines of the library's log file and removes it. No file gives no lines.
 Lines take_log_file();
 

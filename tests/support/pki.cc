@@ -4,6 +4,7 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/rsa.h>
 #include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
@@ -104,13 +105,15 @@ const Signer& default_signer() {
   return signer;
 }
 
-std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest) {
+std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest, bool is_pss) {
   bssl::ScopedEVP_MD_CTX context;
+  EVP_PKEY_CTX* scheme = nullptr;
   size_t len = static_cast<size_t>(EVP_PKEY_size(key));
   std::string signature(len, '\0');
   auto* const out = reinterpret_cast<unsigned char*>(signature.data());
   const auto* const in = reinterpret_cast<const unsigned char*>(message.data());
-  const bool ok = EVP_DigestSignInit(context.get(), nullptr, digest, nullptr, key) &&
+  const bool ok = EVP_DigestSignInit(context.get(), &scheme, digest, nullptr, key) &&
+                  (!is_pss || EVP_PKEY_CTX_set_rsa_padding(scheme, RSA_PKCS1_PSS_PADDING)) &&
                   EVP_DigestSign(context.get(), out, &len, in, message.size());
   require(ok, "cannot sign");
   signature.resize(len);

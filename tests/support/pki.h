@@ -28,7 +28,7 @@ struct Signer {
 };
 
 struct SignerOptions {
-  std::string key = "signer";          // a file of the build's test keys: signer, other, rsa1024, rsa3072 or ec
+  std::string key = "signer";          // a file of the build's test keys: signer, other, rsa1024, rsa4096 or ec
   const Signer* issuer = nullptr;      // null: the root
   bool self_signed = false;            // then |issuer| is not looked at
   std::string name = "Station 07";     // common name
@@ -56,8 +56,8 @@ Signer make_signer(const SignerOptions& options = {});
 // The default signer, made once in a process.
 const Signer& default_signer();
 
-// The signature over |message|, with the key's default scheme, as bytes.
-std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest = EVP_sha256());
+// The signature over |message|, with the key's default scheme unless |is_pss|, as bytes.
+std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest = EVP_sha256(), bool is_pss = false);
 
 // Base64 on one line.
 std::string base64(std::string_view bytes);
