@@ -88,12 +88,6 @@ std::map<std::string, std::string> default_properties(Chip chip) {
   return properties;
 }
 
-// The links of a phone's /proc lead into the real one, which nothing else in the world does.
-bool is_sandbox() {
-  std::error_code missing;
-  return fs::read_symlink("/proc/self", missing) == "/run/proc/self";
-}
-
 void refuse_foreign(const fs::path& root) {
   if (!fs::exists(root)) return;
   if (fs::equivalent(root, "/")) {
@@ -156,6 +150,12 @@ void install(const fs::path& library, const fs::path& folder) {
 }
 
 }  // namespace
+
+// The links of a phone's /proc lead into the real one, which nothing else in the world does.
+bool is_sandbox() {
+  std::error_code missing;
+  return fs::read_symlink("/proc/self", missing) == "/run/proc/self";
+}
 
 Identity default_identity(Chip chip, int serial) {
   Identity identity;

@@ -42,6 +42,9 @@ std::string bytes_from_hex(std::string_view hex);
 // only inside the sandbox. Throws when that or any step fails.
 void make(const std::filesystem::path& root, const Identity& identity, const std::filesystem::path& vendor_libraries);
 
+// Whether this process runs inside a simulated phone.
+bool is_sandbox();
+
 // Sets one property in a phone that exists; an empty value removes it. Throws when the phone has no property file.
 void set_property(const std::filesystem::path& root, const std::string& name, const std::string& value);
 

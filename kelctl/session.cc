@@ -1,49 +1,28 @@
 #include "session.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
-#include <istream>
-#include <ostream>
-#include <string>
 #include <string_view>
 
 #include "kelchk.h"
+#include "log.h"
+#include "outcome.h"
+#include "text.h"
 
 namespace kelctl {
 namespace {
 
 constexpr unsigned kMaxChallengeLen = 250;
+constexpr size_t kMaxLineLen = 16384;
 
-std::string escape(std::string_view text) {
-  std::string line;
-  for (const char c : text) {
-    if (c == '\n') {
-      line += "\\n";
-    } else if (c == '\r') {
-      line += "\\r";
-    } else if (c == '\\') {
-      line += "\\\\";
-    } else {
-      line += c;
-    }
-  }
-  return line;
+std::string failed(std::string_view reason) {
+  return fmt::format("failed: {}", reason);
 }
 
-std::string unescape(std::string_view line) {
-  std::string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    if (line[i] != '\\' || i + 1 == line.size()) {
-      text += line[i];
-      continue;
-    }
-    const char c = line[++i];
-    text += c == 'n' ? '\n' : c == 'r' ? '\r' : c;
-  }
-  return text;
-}
-
-std::string verdict(int result) {
-  return result == 0 ? "ok" : "failed: see the log";
+std::string verdict(int result, std::string_view answer = "") {
+  if (result == 0) return answer.empty() ? "ok" : fmt::format("ok {}", answer);
+  return failed(fmt::format("{}", fmt::join(reasons(), "; ")));
 }
 
 std::string challenge(const std::string& argument) {
@@ -51,21 +30,22 @@ std::string challenge(const std::string& argument) {
   const char* const end = argument.data() + argument.size();
   if (!argument.empty()) {
     const auto [rest, error] = std::from_chars(argument.data(), end, len);
-    if (error != std::errc() || rest != end || len > kMaxChallengeLen) return "failed: challenge takes 0 to 250";
+    if (error != std::errc() || rest != end || len > kMaxChallengeLen) return failed("challenge takes 0 to 250");
   }
   char answer[264];
-  if (kelo_get_rand(answer, &len) != 0) return verdict(-1);
-  return std::string("ok ") + g_rand_buf;
+  const int result = kelo_get_rand(answer, &len);
+  return verdict(result, g_rand_buf);
 }
 
 std::string record(const std::string& request) {
   char answer[4096];
   unsigned len = 0;
-  if (kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), answer, &len) != 0) return verdict(-1);
-  return "ok " + escape({answer, len});
+  const int result = kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), answer, &len);
+  return verdict(result, escape({answer, len}));
 }
 
-std::string answer_to(const std::string& line) {
+std::string answer(const std::string& line) {
+  if (line.find('\0') != std::string::npos) return failed("a NUL inside the line");
   const size_t space = line.find(' ');
   const std::string verb = line.substr(0, space);
   const std::string argument = space == std::string::npos ? "" : unescape(std::string_view(line).substr(space + 1));
@@ -74,13 +54,46 @@ std::string answer_to(const std::string& line) {
   if (verb == "respond") return verdict(kelo_verify_rand(argument.c_str(), argument_len));
   if (verb == "record") return record(argument);
   if (verb == "import") return verdict(kelo_import_para_sign(argument.c_str(), argument_len));
-  return "failed: unknown request \"" + escape(verb) + "\": challenge, respond, record or import was expected";
+  return failed("unknown request \"" + escape(verb) + "\": challenge, respond, record or import was expected");
+}
+
+enum class Line { kRead, kTooLong, kNone };
+
+// Reads on to the end of a line that is too long, without keeping it.
+Line read_line(std::FILE* in, std::string& line) {
+  line.clear();
+  bool fits = true;
+  int c = std::getc(in);
+  if (c == EOF) return Line::kNone;
+  for (; c != EOF && c != '\n'; c = std::getc(in)) {
+    if (line.size() < kMaxLineLen) {
+      line += static_cast<char>(c);
+    } else {
+      fits = false;
+    }
+  }
+  if (line.ends_with('\r')) line.pop_back();
+  return fits ? Line::kRead : Line::kTooLong;
 }
 
 }  // namespace
 
-void serve(std::istream& in, std::ostream& out) {
-  for (std::string line; std::getline(in, line);) out << answer_to(line) << std::endl;
+std::string answer_to(const std::string& line) {
+  begin_operation();
+  try {
+    return answer(line);
+  } catch (const Refusal& refusal) {
+    return failed(refusal.what());
+  }
+}
+
+void serve(std::FILE* in, std::FILE* out) {
+  std::string line;
+  for (Line read; (read = read_line(in, line)) != Line::kNone;) {
+    fmt::print(out, "{}\n",
+               read == Line::kRead ? answer_to(line) : failed(fmt::format("a line above {} characters", kMaxLineLen)));
+    std::fflush(out);
+  }
 }
 
 }  // namespace kelctl

@@ -1,0 +1,64 @@
+#include "provision.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <string_view>
+
+#include "outcome.h"
+#include "text.h"
+
+namespace kelctl {
+namespace {
+
+// All of what the phone draws by chance: 256 bits.
+constexpr int kChallengeLen = 64;
+
+void tell(std::string_view step) {
+  fmt::print("{}\n", step);
+  std::fflush(stdout);
+}
+
+// What the phone answers after "ok "; none when it refuses, after the reason.
+std::optional<std::string> ask_for(const Ask& ask, std::string_view what, const std::string& request) {
+  const std::string answer = ask(request);
+  if (answer == "ok") return "";
+  if (answer.starts_with("ok ")) return unescape(std::string_view(answer).substr(3));
+  tell(fmt::format("The phone refuses {}.", what));
+  fmt::print(stderr, "  {}\n", answer.starts_with("failed: ") ? answer.substr(8) : answer);
+  return std::nullopt;
+}
+
+void show_record(const std::string& record) {
+  for (const char* const key : kRecordKeys) fmt::print("  {:<12} {}\n", key, escape(value_of(record, key)));
+}
+
+}  // namespace
+
+bool provision(const Provisioning& provisioning, const Ask& ask) {
+  const auto challenge = ask_for(ask, "a challenge", fmt::format("challenge {}", kChallengeLen));
+  if (!challenge) return false;
+  tell(fmt::format("The phone issues a challenge of {} characters.", challenge->size()));
+
+  const auto answer_with = [&](std::string_view request, Kind kind, const std::string& text) {
+    return fmt::format("{} {}", request, signed_record(provisioning.certificate, provisioning.signer(kind, text)));
+  };
+  if (!ask_for(ask, "the login", answer_with("respond", Kind::kChallenge, *challenge))) return false;
+  tell("The signer answers it, and the phone accepts the login.");
+
+  std::string request = "featureCode=" + provisioning.feature_code;
+  if (!provisioning.imei.empty()) request += "&IMEI=" + provisioning.imei;
+  const auto record = ask_for(ask, "its record", "record " + escape(request));
+  if (!record) {
+    if (provisioning.imei.empty()) fmt::print(stderr, "  A Unisoc phone needs --imei.\n");
+    return false;
+  }
+  tell("The phone describes itself:");
+  show_record(*record);
+
+  if (!ask_for(ask, "the signed record", answer_with("import", Kind::kRecord, *record))) return false;
+  tell("The signer signs the twelve values, and the phone stores record and signature twice.");
+  return true;
+}
+
+}  // namespace kelctl

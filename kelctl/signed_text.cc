@@ -1,0 +1,147 @@
+#include "signed_text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
+#include "core/record.h"
+#include "core/text.h"
+#include "outcome.h"
+
+namespace kelctl {
+namespace {
+
+constexpr size_t kMaxChallengeLen = 250;
+constexpr size_t kMaxChipIdLen = 256;
+
+bool is_upper_hex(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+}
+
+bool all_upper_hex(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), is_upper_hex);
+}
+
+// "240429-153012"
+bool is_time(std::string_view text) {
+  constexpr std::string_view kPattern = "000000-000000";
+  return std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
+                    [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; });
+}
+
+bool is_chip_id(std::string_view text) {
+  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= kMaxChipIdLen;
+}
+
+struct Rule {
+  std::string_view key;
+  bool (*holds)(std::string_view value);
+  const char* expected;
+};
+
+// What holds of these values beyond not being empty.
+constexpr Rule kRules[] = {
+    {"buildType",
+     [](std::string_view value) {
+       return value == "user" || value == "userdebug" || value == "eng" || value == "user_root";
+     },
+     "user, userdebug, eng or user_root"},
+    {"countrySha", [](std::string_view value) { return value.size() == 64 && all_upper_hex(value); },
+     "64 characters of 0-9 and A-F"},
+    {"cpuID", is_chip_id, "\"mt\" or \"sp\" and more after it"},
+    {"psn", [](std::string_view value) { return value.size() == 16; }, "16 characters"},
+    {"time", is_time, "13 characters such as 240429-153012"},
+    {"ver", [](std::string_view value) { return value == "01"; }, "01"},
+};
+
+std::string challenge_objection(std::string_view text) {
+  if (text.empty() || text.size() > kMaxChallengeLen) {
+    return fmt::format("the challenge has {} characters; 1 to {} were expected", text.size(), kMaxChallengeLen);
+  }
+  const auto found = std::find_if_not(text.begin(), text.end(), is_upper_hex);
+  if (found == text.end()) return "";
+  return fmt::format("character {} of the challenge is none of 0-9 and A-F", found - text.begin() + 1);
+}
+
+std::string chip_id_objection(std::string_view text) {
+  if (!is_chip_id(text)) {
+    return fmt::format("a chip id is \"mt\" or \"sp\" and 1 to {} characters more", kMaxChipIdLen - 2);
+  }
+  const bool has_capital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+  return has_capital ? "the chip id has a capital letter, and a phone writes its own in small ones" : "";
+}
+
+std::vector<std::string_view> split(std::string_view record) {
+  std::vector<std::string_view> fields;
+  for (size_t begin = 0; begin <= record.size();) {
+    const size_t end = std::min(record.find('&', begin), record.size());
+    fields.push_back(record.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return fields;
+}
+
+// An "&" inside a value makes one field more.
+std::string record_objection(std::string_view text) {
+  const std::vector<std::string_view> fields = split(text);
+  if (fields.size() != std::size(kRecordKeys)) {
+    return fmt::format("the record has {} fields separated by \"&\"; {} were expected", fields.size(),
+                       std::size(kRecordKeys));
+  }
+  for (size_t i = 0; i < fields.size(); ++i) {
+    const std::string_view key = kRecordKeys[i];
+    if (!fields[i].starts_with(std::string(key) + "="))
+      return fmt::format("field {} of the record is not {}", i + 1, key);
+    const std::string_view value = fields[i].substr(key.size() + 1);
+    if (value.empty()) return fmt::format("{} has no value", key);
+    for (const Rule& rule : kRules) {
+      if (rule.key == key && !rule.holds(value)) return fmt::format("{} is not {}", key, rule.expected);
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string value_of(std::string_view record, const char* key, size_t capacity) {
+  std::string value(capacity, '\0');
+  value.resize(kelchk::get_value_by_key(record, key, value.data(), capacity));
+  return value;
+}
+
+std::string objection(Kind kind, std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return "the text has a NUL inside, where a phone takes it to end";
+  switch (kind) {
+    case Kind::kChallenge:
+      return challenge_objection(text);
+    case Kind::kRecord:
+      return record_objection(text);
+    case Kind::kChipId:
+      return chip_id_objection(text);
+  }
+  return "";
+}
+
+std::string canonical_content(std::string_view record) {
+  std::string content;
+  for (const char* const key : kRecordKeys) {
+    const std::string value = value_of(record, key);
+    if (value.empty()) throw Refusal(fmt::format("{} is missing, empty or too long", key));
+    content += value;
+  }
+  if (content.size() >= kelchk::kTextCap) {
+    throw Refusal(fmt::format("the twelve values have {} characters together; at most {} are accepted", content.size(),
+                              kelchk::kTextCap - 1));
+  }
+  return content;
+}
+
+std::string checked_message(Kind kind, const std::string& text) {
+  const std::string fault = objection(kind, text);
+  if (!fault.empty()) throw Refusal(fault);
+  return kind == Kind::kRecord ? canonical_content(text) : text;
+}
+
+}  // namespace kelctl
