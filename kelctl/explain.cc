@@ -138,15 +138,18 @@ bssl::UniquePtr<X509> take_certificate(std::string_view text, Findings& findings
   return certificate;
 }
 
+std::string signature_fault(const std::string& encoded, const std::string& signature) {
+  if (encoded.empty()) return "sign is missing, empty or too long";
+  if (encoded.ends_with('\n')) return "a line break stands at the end of sign";
+  if (signature.empty()) return fmt::format("the {} characters of sign are not base64 on one line", encoded.size());
+  return fmt::format("sign has {} bytes; {} were expected", signature.size(), kSignatureLen);
+}
+
 std::string take_signature(std::string_view text, Findings& findings) {
   const std::string encoded = value_of(text, "sign");
   const std::string signature = decode_base64(encoded, kDecodedSignatureCap);
   if (signature.size() == kSignatureLen) return signature;
-  findings.add("signature", false,
-               encoded.empty() ? "sign is missing, empty or too long"
-               : signature.empty()
-                   ? fmt::format("the {} characters of sign are not base64 on one line", encoded.size())
-                   : fmt::format("sign has {} bytes; {} were expected", signature.size(), kSignatureLen));
+  findings.add("signature", false, signature_fault(encoded, signature));
   return "";
 }
 

@@ -41,8 +41,13 @@ void show(int priority, std::string_view tag, std::string_view text) {
 }
 
 // Written at error priority whether or not something is wrong.
-constexpr std::string_view kSmallTalk[] = {"EVP_DecodeBase64 t_len=", "EVP_DigestVerifyFinal  ret=1", "mac err",
-                                           "check_au_file_path ret=", "Unable to open the log file"};
+constexpr std::string_view kSmallTalk[] = {"EVP_DecodeBase64 t_len=",
+                                           "EVP_DigestVerifyFinal  ret=1",
+                                           "mac err",
+                                           "check_au_file_path ret=",
+                                           "Unable to open the log file",
+                                           "sub certificate err =0",
+                                           "sub certificate err =error:00000000"};
 
 // Below error priority, yet part of the reason: the fault of a certificate, and whose authorization was looked for.
 constexpr std::string_view kTelling[] = {"kelo_X509_verify_cert ret = ", "rid="};

@@ -31,8 +31,7 @@ std::vector<fs::path> library_folders() {
 }  // namespace
 
 void add_phone_option(CLI::App& app, std::string& phone) {
-  app.add_option("--phone", phone, "Run the command on this simulated phone, made by \"phone make\"")
-      ->option_text("DIR");
+  app.add_option("--phone", phone, "Run the command on this simulated phone, made by \"phone make\"")->type_name("DIR");
 }
 
 void require_phone() {

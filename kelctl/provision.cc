@@ -24,8 +24,10 @@ std::optional<std::string> ask_for(const Ask& ask, std::string_view what, const 
   const std::string answer = ask(request);
   if (answer == "ok") return "";
   if (answer.starts_with("ok ")) return unescape(std::string_view(answer).substr(3));
+  constexpr std::string_view kFailed = "failed: ";
+  if (!answer.starts_with(kFailed)) throw Error(fmt::format("the line session answered \"{}\"", answer));
   tell(fmt::format("The phone refuses {}.", what));
-  fmt::print(stderr, "  {}\n", answer.starts_with("failed: ") ? answer.substr(8) : answer);
+  fmt::print(stderr, "  {}\n", answer.substr(kFailed.size()));
   return std::nullopt;
 }
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "files.h"
 #include "outcome.h"
@@ -111,9 +112,11 @@ std::string signed_record(const std::string& certificate_text, const std::string
   return "factoryCert=" + certificate_text + "&sign=" + signature;
 }
 
-Signer key_signer(const std::string& key_path) {
-  const std::shared_ptr<EVP_PKEY> key(load_key(key_path).release(), EVP_PKEY_free);
-  return [key](Kind kind, const std::string& text) { return sign(key.get(), checked_message(kind, text)); };
+Signer key_signer(bssl::UniquePtr<EVP_PKEY> key) {
+  // Shared, because a std::function can be copied.
+  return [shared = std::shared_ptr<EVP_PKEY>(std::move(key))](Kind kind, const std::string& text) {
+    return sign(shared.get(), checked_message(kind, text));
+  };
 }
 
 Signer command_signer(const std::string& command) {

@@ -51,7 +51,7 @@ std::string signed_record(const std::string& certificate_text, const std::string
 using Signer = std::function<std::string(Kind kind, const std::string& text)>;
 
 // Signs with the key in this process, after checked_message().
-Signer key_signer(const std::string& key_path);
+Signer key_signer(bssl::UniquePtr<EVP_PKEY> key);
 
 // Has the shell run |command| for each signature: the challenge or canonical content on its standard input, base64 of
 // the signature on its standard output. In its environment KELCTL_KIND is "challenge" or "record", and KELCTL_RECORD
