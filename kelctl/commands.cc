@@ -1,6 +1,6 @@
 #include "commands.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstdio>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "explain.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 

@@ -1,7 +1,7 @@
 #include "log.h"
 
 #include <android/log.h>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>

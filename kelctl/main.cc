@@ -1,5 +1,5 @@
 // kelctl: provisioning on the command line, the phone's half and the signing server's. This file is the command line.
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>

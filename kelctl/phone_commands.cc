@@ -1,6 +1,6 @@
 #include "phone_commands.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <iterator>
 #include <nlohmann/json.hpp>

@@ -1,6 +1,6 @@
 #include "provision.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <optional>
 #include <string_view>

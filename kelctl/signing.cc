@@ -1,6 +1,6 @@
 #include "signing.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/base64.h>
 #include <openssl/bio.h>
 #include <openssl/digest.h>
