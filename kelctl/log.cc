@@ -40,9 +40,9 @@ void show(int priority, std::string_view tag, std::string_view text) {
   static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
 }
 
-// Written at error priority whether or not something is wrong.
+// Written at error priority, yet said again by another message, or whether or not something is wrong.
 constexpr std::string_view kSmallTalk[] = {"EVP_DecodeBase64 t_len=",
-                                           "EVP_DigestVerifyFinal  ret=1",
+                                           "EVP_DigestVerifyFinal",
                                            "mac err",
                                            "check_au_file_path ret=",
                                            "Unable to open the log file",
