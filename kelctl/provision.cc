@@ -28,6 +28,7 @@ std::optional<std::string> ask_for(const Ask& ask, std::string_view what, const 
   if (!answer.starts_with(kFailed)) throw Error(fmt::format("the line session answered \"{}\"", answer));
   tell(fmt::format("The phone refuses {}.", what));
   fmt::print(stderr, "  {}\n", answer.substr(kFailed.size()));
+  if (answer.find("IMEI err=") != std::string::npos) fmt::print(stderr, "  A Unisoc phone needs --imei.\n");
   return std::nullopt;
 }
 
@@ -51,10 +52,7 @@ bool provision(const Provisioning& provisioning, const Ask& ask) {
   std::string request = "featureCode=" + provisioning.feature_code;
   if (!provisioning.imei.empty()) request += "&IMEI=" + provisioning.imei;
   const auto record = ask_for(ask, "its record", "record " + escape(request));
-  if (!record) {
-    if (provisioning.imei.empty()) fmt::print(stderr, "  A Unisoc phone needs --imei.\n");
-    return false;
-  }
+  if (!record) return false;
   tell("The phone describes itself:");
   show_record(*record);
 

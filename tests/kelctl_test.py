@@ -53,7 +53,8 @@ def on_phone(chip, *arguments, stdin=b""):
 
 def make_phones():
     for chip in CHIP_IDS:
-        subprocess.run([PHONE, "make", work(chip), "--chip", chip], check=True)
+        vendor_libraries = os.path.dirname(KELCTL[-1]) + "/host/vendor"
+        subprocess.run([PHONE, "make", work(chip), "--chip", chip, "--vendor-libraries", vendor_libraries], check=True)
 
 
 def openssl(*arguments, stdin=b""):
