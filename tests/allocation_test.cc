@@ -1,0 +1,59 @@
+// Who allocates while the library works. Sanitizers have allocators of their own: their builds leave this out.
+#include <dlfcn.h>
+
+#include <regex>
+
+#include "kelchk.h"
+#include "support/pki.h"
+
+extern "C" void *__libc_malloc(size_t), *__libc_calloc(size_t, size_t), *__libc_realloc(void*, size_t);
+
+namespace {
+
+bool is_counting = false;
+int by_library = 0, by_crypto_library = 0;
+
+void count(void* caller) {
+  Dl_info info = {};
+  if (!is_counting || ::dladdr(caller, &info) == 0) return;
+  by_library += std::string_view(info.dli_fname).ends_with("/libkelchk.so");
+  by_crypto_library += std::string_view(info.dli_fname).ends_with("/libcrypto.so.0");
+}
+
+}  // namespace
+
+// These come before the C library's: the program's own symbols are looked up first.
+#define COUNTED(call) (count(__builtin_return_address(0)), __libc_##call)
+extern "C" void* malloc(size_t size) noexcept { return COUNTED(malloc(size)); }
+extern "C" void* calloc(size_t number, size_t size) noexcept { return COUNTED(calloc(number, size)); }
+extern "C" void* realloc(void* memory, size_t size) noexcept { return COUNTED(realloc(memory, size)); }
+
+namespace {
+
+using namespace test;
+
+TEST_F(PhoneTest, SeesTheLibraryAllocateNothingItself) {
+  is_counting = true;
+  for (const auto& [chip, id] : {std::pair(Chip::kMediaTek, "mt0123456789abcdef0123456789000000"),
+                                 std::pair(Chip::kUnisoc, "spab12cd3400000000")}) {
+    make_phone(chip);
+    char out[4096];
+    unsigned len;
+    const std::string login = signed_record(default_signer(), "");
+    EXPECT_EQ(kelo_verify_rand(login.c_str(), static_cast<unsigned>(login.size())), 0);
+    EXPECT_EQ(kelo_get_para("mac=1&IMEI=352099001761481", 1, out, &len), 0);
+    const std::string content = std::regex_replace(g_para_buf, std::regex("(^|&)[^=]*="), "");
+    EXPECT_EQ(kelo_import_para_sign(signed_record(default_signer(), content).c_str(), 1), 0);
+    EXPECT_EQ(kelo_is_para_correct(), 0);
+    const std::string authorization = signed_record(default_signer(), id);
+    EXPECT_EQ(kelo_import_aufile(authorization.c_str(), static_cast<unsigned>(authorization.size())), 0);
+    write_file(std::string(PARA_FILE_PATH) + "auFile.dat", login);
+    EXPECT_EQ(kelo_is_para_correct(), 0) << "repairs the copy";
+    EXPECT_EQ(kelo_bsp_sec_ctrl_get(out, sizeof out, &len), 0);
+  }
+  is_counting = false;
+  EXPECT_EQ(by_library, 0);
+  EXPECT_GT(by_crypto_library, 0) << "nothing was counted";
+}
+
+}  // namespace
