@@ -1,6 +1,7 @@
 // The benchmarks of one simulated phone: "kelchk_bench CHIP [options of Google Benchmark]" prints how much longer each
 // operation of the library takes than its floor. "kelchk_bench CHIP count SIDE OPERATION CALLS" only makes the calls, for
-// a tool that counts: SIDE is "library", "floor" or "nothing", OPERATION a number from 0 on. Runs inside the phone.
+// a tool that counts: SIDE is "library", "floor", "nothing" or, to have the operations listed, "names"; OPERATION is a
+// number from 0 on. Runs inside the phone.
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
 
@@ -23,8 +24,16 @@ using Call = std::function<bool()>;
 
 constexpr int kBlocks = 25;
 constexpr double kBlockSeconds = 0.1;
+constexpr double kLoadGoal = 1.10;
 
-// Returns the call's seconds. What it needs before is not part of them.
+// What is timed: both sides, each of which returns the seconds that it took.
+struct Pair {
+  std::string name;
+  double goal;
+  std::function<void()> arrange;
+  std::function<double()> library, floor;
+};
+
 double time_call(const Operation& operation, const Call& call) {
   if (operation.before) operation.before();
   CALLGRIND_TOGGLE_COLLECT;
@@ -36,6 +45,27 @@ double time_call(const Operation& operation, const Call& call) {
   return std::chrono::duration<double>(end - start).count();
 }
 
+// In a new process, which has nothing loaded that the library needs.
+double time_load(const char* library) {
+  FILE* const process = ::popen((std::string("exec " LOAD_TIME " ") + library).c_str(), "re");
+  double nanoseconds = 0;
+  const bool ok = process != nullptr && std::fscanf(process, "%lf", &nanoseconds) == 1;
+  if (process == nullptr || ::pclose(process) != 0 || !ok) throw std::runtime_error(std::string("cannot load ") + library);
+  return nanoseconds / 1e9;
+}
+
+std::vector<Pair> make_pairs(const std::vector<Operation>& operations) {
+  std::vector<Pair> pairs;
+  for (const Operation& operation : operations) {
+    pairs.push_back({operation.name, operation.goal, operation.arrange,
+                     [&operation] { return time_call(operation, operation.library); },
+                     [&operation] { return time_call(operation, operation.floor); }});
+  }
+  pairs.push_back({"dlopen", kLoadGoal, nullptr, [] { return time_load(LOAD_FOLDER "/libkelchk.so"); },
+                   [] { return time_load(LOAD_FOLDER "/libempty.so"); }});
+  return pairs;
+}
+
 double middle(std::vector<double> values) {
   const auto half = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), half, values.end());
@@ -44,12 +74,12 @@ double middle(std::vector<double> values) {
 
 // One block. Library and floor alternate call by call, so that both meet the same machine, and the middle one of each
 // side's times stands for it: what interrupts a few calls does not count.
-void run_block(benchmark::State& state, const Operation& operation) {
-  if (operation.arrange) operation.arrange();
+void run_block(benchmark::State& state, const Pair& pair) {
+  if (pair.arrange) pair.arrange();
   std::vector<double> library, floor;
   for (auto _ : state) {
-    library.push_back(time_call(operation, operation.library));
-    floor.push_back(time_call(operation, operation.floor));
+    library.push_back(pair.library());
+    floor.push_back(pair.floor());
     state.SetIterationTime(library.back() + floor.back());
   }
   state.counters["floor"] = middle(floor);
@@ -58,7 +88,7 @@ void run_block(benchmark::State& state, const Operation& operation) {
 
 class Table : public benchmark::BenchmarkReporter {
  public:
-  explicit Table(const std::vector<Operation>& operations) : operations_(operations) {}
+  explicit Table(const std::vector<Pair>& pairs) : pairs_(pairs) {}
 
   bool ReportContext(const Context&) override {
     std::printf("| operation | floor, us | ratio | lowest and highest of %d blocks | goal |\n"
@@ -85,27 +115,27 @@ class Table : public benchmark::BenchmarkReporter {
 
  private:
   std::string verdict(const std::string& name, double ratio) {
-    const auto operation = std::find_if(operations_.begin(), operations_.end(), [&](const Operation& o) { return o.name == name; });
-    if (operation == operations_.end() || operation->goal == 0) return "";
+    const auto pair = std::find_if(pairs_.begin(), pairs_.end(), [&](const Pair& p) { return p.name == name; });
+    if (pair == pairs_.end() || pair->goal == 0) return "";
     char goal[32];
-    std::snprintf(goal, sizeof goal, "%.2f", operation->goal);
-    if (ratio <= operation->goal) return goal;
+    std::snprintf(goal, sizeof goal, "%.2f", pair->goal);
+    if (ratio <= pair->goal) return goal;
     missed_ = true;
     return std::string(goal) + " missed";
   }
 
-  const std::vector<Operation>& operations_;
+  const std::vector<Pair>& pairs_;
   bool missed_ = false;
 };
 
-int run_benchmarks(const std::vector<Operation>& operations, int argc, char** argv) {
-  for (const Operation& operation : operations) {
-    benchmark::RegisterBenchmark(operation.name.c_str(), [&operation](benchmark::State& state) { run_block(state, operation); })
+int run_benchmarks(const std::vector<Pair>& pairs, int argc, char** argv) {
+  for (const Pair& pair : pairs) {
+    benchmark::RegisterBenchmark(pair.name.c_str(), [&pair](benchmark::State& state) { run_block(state, pair); })
         ->UseManualTime()->MinTime(kBlockSeconds)->Repetitions(kBlocks);
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  Table table(operations);
+  Table table(pairs);
   benchmark::RunSpecifiedBenchmarks(&table);
   return table.missed() ? 1 : 0;
 }
@@ -127,12 +157,12 @@ int main(int argc, char** argv) try {
   bench::make_phone(family);
   const std::vector<Operation> operations = bench::make_operations(family);
   if (argc == 6 && std::string(argv[2]) == "count") {
-    const Operation& operation = operations.at(static_cast<size_t>(std::atoi(argv[4])));
-    make_calls(operation, argv[3], std::atoi(argv[5]));
-    std::puts(operation.name.c_str());
+    const std::string side = argv[3];
+    if (side == "names") for (const Operation& operation : operations) std::puts(operation.name.c_str());
+    else make_calls(operations.at(static_cast<size_t>(std::atoi(argv[4]))), side, std::atoi(argv[5]));
     return 0;
   }
-  return run_benchmarks(operations, argc - 1, argv + 1);
+  return run_benchmarks(make_pairs(operations), argc - 1, argv + 1);
 } catch (const std::exception& error) {
   std::fprintf(stderr, "kelchk_bench: %s\n", error.what());
   return 2;
