@@ -71,9 +71,13 @@ bool copy_file(const std::string& source, const std::string& destination) {
 
 // ---- The phone ----
 
-bool ask_chip() { return ask("ro.hardware"); }
+bool ask_chip() {
+  return ask("ro.hardware");
+}
 
-struct NvramFile { int fd, reserved[3]; };
+struct NvramFile {
+  int fd, reserved[3];
+};
 
 bool read_nvram(const char* name, void* buffer, size_t size) {
   void* const library = ::dlopen("/vendor/lib64/libnvram.so", RTLD_LAZY);
@@ -127,8 +131,8 @@ bool read_imei(Chip chip) {
   void* const library = ::dlopen("/vendor/lib/libatci.so", RTLD_LAZY);  // it stays loaded
   if (library == nullptr) return false;
   char answer[256];
-  return reinterpret_cast<int (*)(int, const char*, char*, int)>(::dlsym(library, "sendATCmd"))(
-             0, "AT+CGSN", answer, sizeof answer) == 0;
+  return reinterpret_cast<int (*)(int, const char*, char*, int)>(::dlsym(library, "sendATCmd"))(0, "AT+CGSN", answer,
+                                                                                                sizeof answer) == 0;
 }
 
 bool read_mac(Chip chip) {
@@ -150,7 +154,9 @@ bool ask_build() {
          ask("ro.system.build.version.incremental");
 }
 
-bool ask_product() { return ask("ro.product.brand") && ask("ro.product.device"); }
+bool ask_product() {
+  return ask("ro.product.brand") && ask("ro.product.device");
+}
 
 // What a stored record is held against.
 bool read_checked_fields(Chip chip) {
@@ -166,8 +172,8 @@ bool verify_chain(X509* root, X509* signer) {
   X509_STORE* const store = X509_STORE_new();
   const bool added = X509_STORE_add_cert(store, root) == 1;
   X509_STORE_CTX* const context = X509_STORE_CTX_new();
-  const bool ok = added && X509_STORE_CTX_init(context, store, signer, nullptr) == 1 && X509_verify_cert(context) == 1 &&
-                  X509_STORE_CTX_get_error(context) == X509_V_OK;
+  const bool ok = added && X509_STORE_CTX_init(context, store, signer, nullptr) == 1 &&
+                  X509_verify_cert(context) == 1 && X509_STORE_CTX_get_error(context) == X509_V_OK;
   X509_STORE_CTX_free(context);
   X509_STORE_free(store);
   return ok;
@@ -234,7 +240,9 @@ bool is_missing(const std::string& path) {
 
 }  // namespace
 
-void set_root_certificate(const std::string& pem) { root_pem = pem; }
+void set_root_certificate(const std::string& pem) {
+  root_pem = pem;
+}
 
 bool get_rand(size_t len) {
   char bytes[256];

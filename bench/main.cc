@@ -1,15 +1,18 @@
-// The benchmarks of one simulated phone: "kelchk_bench CHIP [options of Google Benchmark]" prints how much longer each
-// operation of the library takes than its floor. "kelchk_bench CHIP count SIDE OPERATION CALLS" only makes the calls, for
-// a tool that counts: SIDE is "library", "floor", "nothing" or, to have the operations listed, "names"; OPERATION is a
-// number from 0 on. Runs inside the phone.
+// The benchmarks of one simulated phone, inside it:
+//   kelchk_bench CHIP PROPERTIES [options of Google Benchmark]
+//     prints how much longer each operation of the library takes than its floor; ends with 1 when one misses its goal
+//   kelchk_bench CHIP PROPERTIES count [SIDE OPERATION CALLS]
+//     only makes the calls, for a tool that counts: SIDE is library, floor or nothing, OPERATION a number from 0 on;
+//     without them names the operations
+// PROPERTIES is where they are read from: file or memory.
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -50,7 +53,8 @@ double time_load(const char* library) {
   FILE* const process = ::popen((std::string("exec " LOAD_TIME " ") + library).c_str(), "re");
   double nanoseconds = 0;
   const bool ok = process != nullptr && std::fscanf(process, "%lf", &nanoseconds) == 1;
-  if (process == nullptr || ::pclose(process) != 0 || !ok) throw std::runtime_error(std::string("cannot load ") + library);
+  if (process == nullptr || ::pclose(process) != 0 || !ok)
+    throw std::runtime_error(std::string("cannot load ") + library);
   return nanoseconds / 1e9;
 }
 
@@ -91,8 +95,10 @@ class Table : public benchmark::BenchmarkReporter {
   explicit Table(const std::vector<Pair>& pairs) : pairs_(pairs) {}
 
   bool ReportContext(const Context&) override {
-    std::printf("| operation | floor, us | ratio | lowest and highest of %d blocks | goal |\n"
-                "| --- | ---: | ---: | :---: | ---: |\n", kBlocks);
+    std::printf(
+        "| operation | floor, us | ratio | lowest and highest of %d blocks | goal |\n"
+        "| --- | ---: | ---: | :---: | ---: |\n",
+        kBlocks);
     return true;
   }
 
@@ -106,8 +112,8 @@ class Table : public benchmark::BenchmarkReporter {
     if (ratios.empty()) return;
     const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
     const std::string name = runs.front().run_name.function_name;
-    std::printf("| %s | %.1f | %.3f | %.3f to %.3f | %s |\n", name.c_str(), middle(floors) * 1e6, middle(ratios), *lowest,
-                *highest, verdict(name, middle(ratios)).c_str());
+    std::printf("| %s | %.1f | %.3f | %.3f to %.3f | %s |\n", name.c_str(), middle(floors) * 1e6, middle(ratios),
+                *lowest, *highest, verdict(name, middle(ratios)).c_str());
     std::fflush(stdout);
   }
 
@@ -131,7 +137,9 @@ class Table : public benchmark::BenchmarkReporter {
 int run_benchmarks(const std::vector<Pair>& pairs, int argc, char** argv) {
   for (const Pair& pair : pairs) {
     benchmark::RegisterBenchmark(pair.name.c_str(), [&pair](benchmark::State& state) { run_block(state, pair); })
-        ->UseManualTime()->MinTime(kBlockSeconds)->Repetitions(kBlocks);
+        ->UseManualTime()
+        ->MinTime(kBlockSeconds)
+        ->Repetitions(kBlocks);
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
@@ -151,18 +159,24 @@ void make_calls(const Operation& operation, const std::string& side, int calls) 
 }  // namespace
 
 int main(int argc, char** argv) try {
-  const std::string chip = argc > 1 ? argv[1] : "";
+  const std::string chip = argc > 2 ? argv[1] : "";
+  const std::string properties = argc > 2 ? argv[2] : "";
   if (chip != "mediatek" && chip != "unisoc") throw std::invalid_argument("CHIP is mediatek or unisoc");
-  const phone::Chip family = chip == "unisoc" ? phone::Chip::kUnisoc : phone::Chip::kMediaTek;
-  bench::make_phone(family);
+  if (properties != "file" && properties != "memory") throw std::invalid_argument("PROPERTIES is file or memory");
+  const auto family = chip == "unisoc" ? phone::Chip::kUnisoc : phone::Chip::kMediaTek;
+  const phone::Identity identity = phone::default_identity(family);
+  bench::make_phone(identity);
+  if (properties == "memory") bench::keep_properties_in_memory(identity);
+
   const std::vector<Operation> operations = bench::make_operations(family);
-  if (argc == 6 && std::string(argv[2]) == "count") {
-    const std::string side = argv[3];
-    if (side == "names") for (const Operation& operation : operations) std::puts(operation.name.c_str());
-    else make_calls(operations.at(static_cast<size_t>(std::atoi(argv[4]))), side, std::atoi(argv[5]));
-    return 0;
+  if (argc < 4 || std::string(argv[3]) != "count") return run_benchmarks(make_pairs(operations), argc - 2, argv + 2);
+  const std::string side = argc == 7 ? argv[4] : "";
+  if (side.empty()) {
+    for (const Operation& operation : operations) std::puts(operation.name.c_str());
+  } else {
+    make_calls(operations.at(std::stoul(argv[5])), side, std::stoi(argv[6]));
   }
-  return run_benchmarks(make_pairs(operations), argc - 1, argv + 1);
+  return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "kelchk_bench: %s\n", error.what());
   return 2;
