@@ -50,7 +50,7 @@ void LogHex(char* prefix, unsigned char* data, unsigned int len) noexcept {
 
   memset(g_log_buf, 0, sizeof g_log_buf);
   TextWriter line(g_log_buf);
-  line.append("%s==>", shown_prefix);
+  line.append({shown_prefix, "==>"});
   const size_t room = (sizeof g_log_buf - 1 - line.length()) / 2;
   if (shown > room) shown = room;
   write_hex(g_log_buf + line.length(), data, 2 * shown);

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <cstddef>
+#include <initializer_list>
 #include <string_view>
 
 namespace kelchk {
@@ -29,7 +30,8 @@ class TextWriter {
   // |capacity| counts the terminator and is at least 1.
   TextWriter(char* buffer, size_t capacity) noexcept : buffer_(buffer), capacity_(capacity) { buffer_[0] = '\0'; }
 
-  [[gnu::format(printf, 2, 3)]] void append(const char* format, ...) noexcept;
+  void append(std::string_view text) noexcept;
+  void append(std::initializer_list<const char*> texts) noexcept;
 
   [[nodiscard]] bool fits() const noexcept { return fits_; }
   [[nodiscard]] size_t length() const noexcept { return length_; }

@@ -63,7 +63,7 @@ struct Configuration {
   if (tokens[0] == nullptr) return fail("get_black_country_sha token err\n");
   char joined[kConfigurationLen];
   TextWriter writer(joined);
-  writer.append("%s%s%s", tokens[0], tokens[1], tokens[2]);
+  writer.append({tokens[0], tokens[1], tokens[2]});
   memcpy(configuration.bytes, joined, writer.length() + 1);
   configuration.hashed_len = writer.length();
   log_info("country_code=%s", joined);

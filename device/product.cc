@@ -33,7 +33,7 @@ int get_device_name(Text& out) noexcept {
   }
   const char separator = separator_in(device.value);
   const char* const suffix = separator != '\0' ? strrchr(device.value, separator) + 1 : device.value;
-  TextWriter(out).append("MDF1%s", suffix);
+  TextWriter(out).append({"MDF1", suffix});
   log_info("get_device_name = %s", out);
   return 0;
 }

@@ -42,7 +42,7 @@ int kelo_bsp_sec_ctrl_get(char* out, unsigned int capacity, unsigned int* out_le
   for (const char* const name : properties) {
     const Property property(name);
     if (property.absent()) log_error("get %s err", name);
-    report.append("%s=%s&", name, property.value);
+    report.append({name, "=", property.value, "&"});
   }
   *out_len = static_cast<unsigned>(report.length());
   return 0;

@@ -33,7 +33,7 @@ struct Candidate {
     return -1;
   }
   char path[sizeof folder.value + sizeof "miscdata"];
-  TextWriter(path).append("%smiscdata", folder.value);
+  TextWriter(path).append({folder.value, "miscdata"});
   Fd partition(open_to_read(path));
   if (!partition) {
     log_error("get_PSN open =%s faild =%s", path, strerror(errno));

@@ -89,7 +89,8 @@ int kelo_import_para_sign(const char* in, unsigned int in_len) noexcept {
   char content[kSignedFileCap];
   TextWriter writer(content);
   const std::string_view record = text_of(g_para_buf);
-  writer.append("%.*s&%s", static_cast<int>(record.size()), record.data(), in);
+  writer.append(record);
+  writer.append({"&", in});
   if (!writer.fits()) return fail("kelo_import_para_sign content too long");
   select_store_directory();
   const StorePath temporary = primary_path("startPara_tmp.dat");

@@ -104,7 +104,7 @@ int get_para_value(Text& out) noexcept {
       log_error("%s err", field.key);
       return -1;
     }
-    content.append("%s", value);
+    content.append(value);
     if (!content.fits()) return fail("para value too long");
   }
   return 0;
@@ -130,7 +130,7 @@ int kelo_get_para(const char* in, unsigned int in_len, void* out, unsigned int* 
     Text value = {};
     if (field.get != nullptr && field.get(value) != 0) return fail(field.unavailable);
     const bool last = &field == std::end(kFields) - 1;
-    record.append("%s=%s%s", field.key, field.get != nullptr ? value : feature_code, last ? "" : "&");
+    record.append({field.key, "=", field.get != nullptr ? value : feature_code, last ? "" : "&"});
     if (!record.fits()) return fail("kelo_get_para record too long");
   }
   memcpy(out, g_para_buf, record.length());

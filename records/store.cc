@@ -10,7 +10,7 @@ namespace {
 
 StorePath path_in(const char* directory, const char* name) noexcept {
   StorePath path;
-  TextWriter(path.text).append("%s%s", directory, name);
+  TextWriter(path.text).append({directory, name});
   return path;
 }
 
@@ -19,7 +19,7 @@ StorePath path_in(const char* directory, const char* name) noexcept {
 void select_store_directory() noexcept {
   memset(PARA_FILE_PATH, 0, sizeof PARA_FILE_PATH);
   TextWriter(PARA_FILE_PATH)
-      .append("%s", is_mt_chip() ? "/mnt/vendor/persist/startPara/" : "/mnt/vendor/productinfo/startPara/");
+      .append(is_mt_chip() ? "/mnt/vendor/persist/startPara/" : "/mnt/vendor/productinfo/startPara/");
 }
 
 StorePath primary_path(const char* name) noexcept {
