@@ -4,10 +4,12 @@ namespace kelchk {
 
 void TextWriter::append(std::string_view text) noexcept {
   const size_t room = capacity_ - 1 - length_;
-  const size_t len = text.size() <= room ? text.size() : room;
-  if (len != text.size()) fits_ = false;
-  memcpy(buffer_ + length_, text.data(), len);
-  length_ += len;
+  if (text.size() > room) {
+    fits_ = false;
+    text.remove_suffix(text.size() - room);
+  }
+  memcpy(buffer_ + length_, text.data(), text.size());
+  length_ += text.size();
   buffer_[length_] = '\0';
 }
 
