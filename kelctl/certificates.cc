@@ -36,7 +36,7 @@ const Extensions kRootExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
 const Extensions kSignerExtensions = {{NID_basic_constraints, "critical,CA:FALSE"},
                                       {NID_key_usage, "critical,digitalSignature"},
                                       {NID_subject_key_identifier, "hash"},
-                                                                        {NID_netscape_comment,
+                                      {NID_netscape_comment,
                                        "Signs what a phone's provisioning library accepts: the challenge of a login, "
                                        "the values of a device parameter record"
                                        " and the unique id of a chip. It must not sign anything else."}};
