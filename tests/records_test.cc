@@ -76,25 +76,6 @@ const Names kNames[] = {{"kelo_import_aufile", "check_au_file", "auFile.dat", "a
 const std::string kBackup = "/kelofs/startPara/";
 const std::string kVerified = "6 EVP_DigestVerifyFinal  ret=1", kNotVerified = "6 EVP_DigestVerifyFinal  ret=0";
 
-size_t position(const std::string& record, const std::string& key) { return ("&" + record).find("&" + key + "="); }
-
-std::string value_of(const std::string& record, const std::string& key) {
-  const size_t begin = position(record, key) + key.size() + 1;
-  return record.substr(begin, record.find('&', begin) - begin);
-}
-
-std::string with_value(std::string record, const std::string& key, const std::string& value) {
-  return record.replace(position(record, key) + key.size() + 1, value_of(record, key).size(), value);
-}
-
-// What the provisioning server signs of |record|.
-std::string signed_content(const std::string& record) {
-  std::string content;
-  std::istringstream fields(record);
-  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
-  return content;
-}
-
 std::string answer(const std::string& record) { return signed_record(default_signer(), signed_content(record)); }
 
 // What the tool hands over for the phone of |family|, and what stands before it in the file.
@@ -305,7 +286,7 @@ TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
     alter(row.change);
     std::string none;
     EXPECT_EQ(get_para(row.family.request, none), -1);
-    EXPECT_EQ(content_of(g_para_buf), row.family.record.substr(0, position(row.family.record, row.key)));
+    EXPECT_EQ(content_of(g_para_buf), row.family.record.substr(0, ("&" + row.family.record).find("&" + row.key + "=")));
     const Lines log = take_log();
     EXPECT_EQ(log.back(), "6 " + row.error);
     if (row.key == "imei") { EXPECT_THAT(log, Contains("4 IMEI=\n")); }

@@ -1,12 +1,16 @@
 /* libefuse.so of the simulated Unisoc phone. */
-#include <stdio.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 /* Returns the number that a file holds, whatever it is, and -1 when there is none. A phone's fuse tells 1 or 0. */
 int efuse_secure_is_enabled(void) {
-  FILE* file = fopen("/vendor/efuse/secure", "re");
-  if (!file) return -1;
-  int state = -1;
-  if (fscanf(file, "%d", &state) != 1) state = -1;
-  fclose(file);
-  return state;
+  const int fd = open("/vendor/efuse/secure", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -1;
+  char text[16] = "";
+  const ssize_t len = read(fd, text, sizeof text - 1);
+  close(fd);
+  char* end = text;
+  const long state = strtol(text, &end, 10);
+  return len > 0 && end != text ? (int)state : -1;
 }

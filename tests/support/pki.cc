@@ -138,4 +138,20 @@ std::string signed_record(const Signer& signer, std::string_view message) {
   return "factoryCert=" + signer.certificate_text() + "&sign=" + base64(sign(signer.key.get(), message));
 }
 
+std::string value_of(const std::string& record, const std::string& key) {
+  const size_t begin = ("&" + record).find("&" + key + "=") + key.size() + 1;
+  return record.substr(begin, record.find('&', begin) - begin);
+}
+
+std::string with_value(std::string record, const std::string& key, const std::string& value) {
+  return record.replace(("&" + record).find("&" + key + "=") + key.size() + 1, value_of(record, key).size(), value);
+}
+
+std::string signed_content(const std::string& record) {
+  std::string content;
+  std::istringstream fields(record);
+  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
+  return content;
+}
+
 }  // namespace test

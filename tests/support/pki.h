@@ -68,4 +68,12 @@ std::string sha256(std::string_view text);
 // The record "factoryCert=...&sign=...": |message| signed by |signer|.
 std::string signed_record(const Signer& signer, std::string_view message);
 
+// The value of a field that |record| has.
+std::string value_of(const std::string& record, const std::string& key);
+
+std::string with_value(std::string record, const std::string& key, const std::string& value);
+
+// What the provisioning server signs of |record|.
+std::string signed_content(const std::string& record);
+
 }  // namespace test

@@ -19,7 +19,11 @@ struct Trouble {
   std::function<void(const std::string& call, const std::string& path, const std::string& to)> watch = nullptr;
 };
 
-struct Counts { unsigned calls = 0, allocations = 0; int blocks_left = 0; bool met = false; };
+struct Counts {
+  unsigned calls = 0, allocations = 0;
+  int blocks_left = 0;
+  std::string met;  // the first call that met trouble, with its path; "allocation"
+};
 
 // Runs |operation|, which alone meets |trouble|. Only sync does nothing at any time: it would flush the whole machine.
 int run_with(const Trouble& trouble, const std::function<int()>& operation, Counts* counts = nullptr);
