@@ -404,7 +404,8 @@ TEST_P(FaultsTest, NoFailingCallBreaksAPromise) {
   const std::vector<Case> more = {{"challenge", 0, [&] { return kelo_get_rand(out, &(len = 250)); }},
                                   {"record", 0, build},
                                   {"report", 0, [&] { return kelo_bsp_sec_ctrl_get(out, sizeof out, &len); }},
-                                  {"fuse", 1, is_device_efused, {}, "", is_mediatek ? 1 : 0}, {"family", is_mediatek, is_mt_chip, {}, "", 0},
+                                  {"fuse", 1, is_device_efused, {}, "", is_mediatek ? 1 : 0},
+                                  {"family", is_mediatek, is_mt_chip, {}, "", 0},
                                   {"build type", 0, [&] { return get_build_type(out); }}};
   cases_.insert(cases_.end(), more.begin(), more.end());
   for (const Case& row : cases_) {
@@ -421,7 +422,8 @@ TEST_P(FaultsTest, NoFailingCallBreaksAPromise) {
   }
   // What cannot be read, or not whole, is not always told from what is short, absent or another family's.
   using Keys = std::set<std::string>;
-  Keys accepted = {"check, rooted: property_get ro.vendor.kelo.userroot", "check, debuggable: property_get ro.debuggable"};
+  Keys accepted = {"check, rooted: property_get ro.vendor.kelo.userroot",
+                   "check, debuggable: property_get ro.debuggable"};
   if (is_mediatek) {
     accepted.insert("check, bare id: read /proc/rid");
   } else {
