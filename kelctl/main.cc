@@ -33,9 +33,9 @@ Challenge, login and record live as long as this process.
 
 constexpr char kSignHelp[] = R"(
 Refused are a challenge that is not 1 to 250 characters of 0-9 and A-F; a record that has not
-its twelve keys, each once and in order, or has a value that is not well-formed; and a chip id
-that is not "mt" or "sp" and more. Of a record, TEXT is the whole; signed are its twelve values,
-run together.
+its twelve keys, each once and in order, or has a value that no phone can have; and a chip id
+that is not "mt" or "sp" and 1 to 254 characters more, without capitals and NULs. Of a record,
+TEXT is the whole; signed are its twelve values, run together.
 )";
 
 constexpr char kExplainHelp[] = R"(

@@ -1,6 +1,7 @@
 #include "signed_text.h"
 
 #include <fmt/core.h>
+#include <time.h>
 
 #include <algorithm>
 #include <iterator>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr size_t kMaxChallengeLen = 250;
 constexpr size_t kMaxChipIdLen = 256;
+constexpr size_t kMaxPropertyLen = 91;
 
 bool is_upper_hex(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
@@ -27,12 +29,23 @@ bool all_upper_hex(std::string_view text) {
 // "240429-153012"
 bool is_time(std::string_view text) {
   constexpr std::string_view kPattern = "000000-000000";
-  return std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
-                    [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; });
+  const bool has_form =
+      std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
+                 [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; });
+  tm time = {};
+  const char* const end = has_form ? ::strptime(std::string(text).c_str(), "%y%m%d-%H%M%S", &time) : nullptr;
+  return end != nullptr && *end == '\0';
 }
 
 bool is_chip_id(std::string_view text) {
-  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= kMaxChipIdLen;
+  const bool has_capital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= kMaxChipIdLen &&
+         !has_capital;
+}
+
+template <size_t max_len>
+bool is_at_most(std::string_view value) {
+  return value.size() <= max_len;
 }
 
 struct Rule {
@@ -41,8 +54,12 @@ struct Rule {
   const char* expected;
 };
 
-// What holds of these values beyond not being empty.
+constexpr const char* kChipIdForm = "\"mt\" or \"sp\" and 1 to 254 characters more, none of them a capital letter";
+
+// What holds of these values on every phone, beyond not being empty. A phone's library takes one value of a key to be
+// signed and may compare another with the phone when the first is longer than any phone's.
 constexpr Rule kRules[] = {
+    {"buildTime", is_at_most<kMaxPropertyLen>, "at most 91 characters"},
     {"buildType",
      [](std::string_view value) {
        return value == "user" || value == "userdebug" || value == "eng" || value == "user_root";
@@ -50,9 +67,16 @@ constexpr Rule kRules[] = {
      "user, userdebug, eng or user_root"},
     {"countrySha", [](std::string_view value) { return value.size() == 64 && all_upper_hex(value); },
      "64 characters of 0-9 and A-F"},
-    {"cpuID", is_chip_id, "\"mt\" or \"sp\" and more after it"},
+    {"cpuID", is_chip_id, kChipIdForm},
+    {"deviceBrand", is_at_most<kMaxPropertyLen>, "at most 91 characters"},
+    {"deviceModel",
+     [](std::string_view value) { return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen; },
+     "\"MDF1\" and at most 91 characters more"},
+    {"featureCode", is_at_most<127>, "at most 127 characters"},
+    {"imei", is_at_most<255>, "at most 255 characters"},
+    {"phoneMac", is_at_most<127>, "at most 127 characters"},
     {"psn", [](std::string_view value) { return value.size() == 16; }, "16 characters"},
-    {"time", is_time, "13 characters such as 240429-153012"},
+    {"time", is_time, "a time such as 240429-153012"},
     {"ver", [](std::string_view value) { return value == "01"; }, "01"},
 };
 
@@ -66,11 +90,7 @@ std::string challenge_objection(std::string_view text) {
 }
 
 std::string chip_id_objection(std::string_view text) {
-  if (!is_chip_id(text)) {
-    return fmt::format("a chip id is \"mt\" or \"sp\" and 1 to {} characters more", kMaxChipIdLen - 2);
-  }
-  const bool has_capital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-  return has_capital ? "the chip id has a capital letter, and a phone writes its own in small ones" : "";
+  return is_chip_id(text) ? "" : fmt::format("the chip id must be {}", kChipIdForm);
 }
 
 std::vector<std::string_view> split(std::string_view record) {
@@ -97,7 +117,7 @@ std::string record_objection(std::string_view text) {
     const std::string_view value = fields[i].substr(key.size() + 1);
     if (value.empty()) return fmt::format("{} has no value", key);
     for (const Rule& rule : kRules) {
-      if (rule.key == key && !rule.holds(value)) return fmt::format("{} is not {}", key, rule.expected);
+      if (rule.key == key && !rule.holds(value)) return fmt::format("{} must be {}", key, rule.expected);
     }
   }
   return "";

@@ -4,6 +4,7 @@
 import base64
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -127,8 +128,15 @@ class KelctlTest(unittest.TestCase):
                 ("imei=", "imei2=", "not imei"), ("buildTime", "buildDate", "field 1"), ("Aldan", "", "deviceBrand"),
                 ("mt01", "mt", "cpuID"), ("mt01", "xx01", "cpuID"), ("KX67000", "KX6700", "psn"), ("0A0", "0A", "Sha"),
                 ("0A0", "0a0", "countrySha"), ("-153012", "-15301", "time"), ("ver=01", "ver=02", "ver"),
-                ("=user", "=users", "buildType"), ("Aldan", "A" * 2048, "Brand"), ("Aldan", "A" * 1990, "together")]:
+                ("=user", "=users", "buildType"), ("MDF1", "MDF", "deviceModel"), ("mt01", "mtAB", "capital"),
+                ("240429-", "241329-", "time"), ("-15", "-24", "time")]:
             rows.append(("record", RECORD.replace(change[0], change[1], 1), change[2]))
+        for key, longest in [("buildTime", "2" * 91), ("cpuID", "sp" + "\n" * 254), ("deviceBrand", "A" * 91),
+                             ("deviceModel", "MDF1" + "K" * 91), ("featureCode", "F" * 127), ("imei", "3" * 255),
+                             ("phoneMac", "0" * 127)]:
+            with_value = lambda value: re.sub(f"{key}=[^&]*", f"{key}={value}", RECORD)
+            self.expect(kelctl("sign", "record", with_value(longest), *KEY), 0)
+            rows.append(("record", with_value(longest + "0"), key))
         for kind, text, reason in rows:
             with self.subTest(kind=kind, text=text):
                 result = kelctl("sign", kind, *KEY, stdin=text.encode())
@@ -220,7 +228,7 @@ class KelctlTest(unittest.TestCase):
             self.agree("startPara.dat", record + "&" + signed(parts["content"]), code, [])
         self.expect(kelctl("explain", "-", stdin=good.encode()), 3, "undecided")
         self.expect(kelctl("explain", "-", stdin=RECORD.encode()), 0, CONTENT)
-        self.expect(kelctl("explain", "-", stdin=RECORD.replace("=01", "=02").encode()), 1, "ver is not 01")
+        self.expect(kelctl("explain", "-", stdin=RECORD.replace("=01", "=02").encode()), 1, "ver must be 01")
 
     def agree(self, name, text, code, options):
         with self.subTest(name=name, text=text[-60:]):
