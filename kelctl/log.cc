@@ -20,6 +20,8 @@ constexpr std::string_view kLibraryTag = "kelchk";
 std::vector<Message> kept;
 bool shown = false;
 
+// Without the white space that ends the library's own words: it ends the line, whereas that of an argument is part of a
+// value. What comes as a bare "%s" is its own words too.
 [[gnu::format(printf, 1, 0)]] std::string format(const char* text, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
@@ -27,6 +29,10 @@ bool shown = false;
   va_end(again);
   std::string formatted(len > 0 ? static_cast<size_t>(len) : 0, '\0');
   std::vsnprintf(formatted.data(), formatted.size() + 1, text, arguments);
+  const std::string_view pattern = text;
+  const std::string_view words = pattern == "%s" ? std::string_view(formatted) : pattern;
+  const size_t space = words.size() - (words.find_last_not_of(" \n") + 1);
+  formatted.resize(formatted.size() - std::min(space, formatted.size()));
   return formatted;
 }
 
@@ -35,8 +41,8 @@ void show(int priority, std::string_view tag, std::string_view text) {
   constexpr std::string_view kLetters = "??VDIWEF";
   const size_t known = priority > 0 && priority < static_cast<int>(kLetters.size()) ? static_cast<size_t>(priority) : 0;
   const std::string letter(1, kLetters[known]);
-  const std::string line = fmt::format("{} {}: {}\n", priority >= ANDROID_LOG_ERROR ? bad(letter, stderr) : letter, tag,
-                                       escape(without_trailing_space(text)));
+  const std::string line =
+      fmt::format("{} {}: {}\n", priority >= ANDROID_LOG_ERROR ? bad(letter, stderr) : letter, tag, escape(text));
   static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
 }
 
@@ -79,7 +85,7 @@ const std::vector<Message>& messages() {
 std::vector<std::string> reasons() {
   std::vector<std::string> lines;
   for (const Message& message : kept) {
-    if (is_reason(message)) lines.push_back(escape(without_trailing_space(message.text)));
+    if (is_reason(message)) lines.push_back(escape(message.text));
   }
   return lines;
 }

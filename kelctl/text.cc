@@ -44,11 +44,6 @@ std::string unescape(std::string_view line) {
   return text;
 }
 
-std::string_view without_trailing_space(std::string_view text) {
-  const size_t last = text.find_last_not_of(" \t\r\n");
-  return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
-}
-
 std::string good(std::string_view words, std::FILE* stream) {
   return paint(fmt::terminal_color::green, words, stream);
 }

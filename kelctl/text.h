@@ -13,9 +13,6 @@ std::string escape(std::string_view text);
 // What escape() made |line| of. Throws Refusal over any other escape.
 std::string unescape(std::string_view line);
 
-// |text| without the white space at its end.
-std::string_view without_trailing_space(std::string_view text);
-
 // The words in green or red when |stream| is a terminal.
 std::string good(std::string_view words, std::FILE* stream = stdout);
 std::string bad(std::string_view words, std::FILE* stream = stdout);

@@ -207,6 +207,8 @@ class KelctlTest(unittest.TestCase):
         for text, code, err in [(signed(CHIP_IDS["unisoc"]), 0, ""), (signed("other"), 1, reasons)]:
             result = on_phone("unisoc", "authorize", "-", stdin=text.encode())
             self.assertEqual((result[0], result[2]), (code, err))
+        write("unisoc/sys/kelonix/hwinfo/chip_uid", b"AB12\n")
+        self.expect(on_phone("unisoc", "authorize", "-", stdin=signed("spab12").encode()), 1, err="rid=spab12\\n\n")
 
     def test_explains_as_the_library_judges(self):
         chip_id, bad = CHIP_IDS["mediatek"], "factoryCert=" + "A" * 1024
