@@ -27,6 +27,9 @@ using Json = nlohmann::ordered_json;
 constexpr size_t kStoredFileCap = 4096;
 constexpr size_t kDecodedSignatureCap = 1024;
 
+// A value that the phone compares with its own is shorter.
+constexpr size_t kComparedCap = 1024;
+
 enum class State { kHolds, kFails, kOpen };
 
 struct Check {
@@ -187,10 +190,21 @@ void examine_signature(std::string_view text, X509* signer, const std::optional<
                            message->size()));
 }
 
+bool is_compared(std::string_view key, std::string_view record) {
+  if (key == "imei") return value_of(record, "cpuID").starts_with("sp");  // on Unisoc alone
+  return key != "featureCode" && key != "time" && key != "ver";
+}
+
 void examine_record(std::string_view text, bool is_signed, Findings& findings) {
   try {
     findings.content = canonical_content(text);
-    if (is_signed) return findings.add("record", true, "it has its twelve values");
+    if (is_signed) {
+      for (const char* const key : kRecordKeys) {
+        if (!is_compared(key, text) || !value_of(text, key, kComparedCap).empty()) continue;
+        return findings.add("record", false, fmt::format("{} is too long to be compared with a phone's", key));
+      }
+      return findings.add("record", true, "it has its twelve values");
+    }
   } catch (const Refusal& refusal) {
     return findings.add("record", false, refusal.what());
   }
@@ -210,10 +224,10 @@ Findings examine(const ExplainRequest& request, std::string_view text) {
     return findings;
   }
   std::optional<std::string> message = request.message;
-  if (has_record && !message) {
+  if (has_record) {
     findings.kind = "signed parameter file";
     examine_record(text, true, findings);
-    message = findings.content;
+    if (!message) message = findings.content;
   } else {
     findings.kind =
         is_signed ? "signer record: an authorization file or the response to a challenge" : "no known record";
