@@ -32,14 +32,16 @@ const Extensions kRootExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
                                     {NID_key_usage, "critical,keyCertSign,cRLSign"},
                                     {NID_subject_key_identifier, "hash"}};
 
-// The comment also makes the certificate long enough under any name. No authority key id, because there is one root.
+// Also makes the certificate long enough under any name.
+constexpr char kSignerComment[] =
+    "Signs what a phone's provisioning library accepts: the challenge of a login, the values of a device parameter "
+    "record and the unique id of a chip. It must not sign anything else.";
+
+// No authority key id, because there is one root.
 const Extensions kSignerExtensions = {{NID_basic_constraints, "critical,CA:FALSE"},
                                       {NID_key_usage, "critical,digitalSignature"},
                                       {NID_subject_key_identifier, "hash"},
-                                      {NID_netscape_comment,
-                                       "Signs what a phone's provisioning library accepts: the challenge of a login, "
-                                       "the values of a device parameter record"
-                                       " and the unique id of a chip. It must not sign anything else."}};
+                                      {NID_netscape_comment, kSignerComment}};
 
 bssl::UniquePtr<EVP_PKEY> make_key() {
   const bssl::UniquePtr<RSA> rsa(RSA_new());

@@ -45,7 +45,10 @@ Ask ask_by_lines(std::vector<std::string> command) {
 }
 
 Ask ask_phone(const Options& options) {
-  if (!options.line_command.empty()) return ask_by_lines({"sh", "-c", options.line_command});
+  if (!options.line_command.empty()) {
+    if (options.phone.empty() && !options.log) return ask_by_lines({"sh", "-c", options.line_command});
+    throw Error("--line-command: give --phone and --log to the kelctl that it starts");
+  }
   if (options.phone.empty()) {
     require_phone();
     return answer_to;

@@ -17,7 +17,7 @@ namespace {
 constexpr char kExitCodes[] = R"(
 Exit codes: 0 yes or done; 1 no or refused; 2 wrong usage, unreadable input, or something
 needed could not be started; 3 "explain" found nothing wrong but was not given enough for a
-verdict.)";
+verdict; 128+N with --phone, signal N ended the command.)";
 
 constexpr char kLineHelp[] = R"(
   challenge [N]     "ok CHALLENGE", of N characters, 0 to 250 (250)
@@ -27,7 +27,8 @@ constexpr char kLineHelp[] = R"(
   import RECORD     "ok": stored, with a signed record over the record's twelve values
 
 Anything else, and what does not succeed, is answered by "failed: " and the reasons, separated
-by "; ". A line break inside a text is written \n, a carriage return \r and a backslash \\.
+by "; ". A line break inside a text is written \n, a carriage return \r and a backslash \\. A line
+has at most 16384 characters.
 Challenge, login and record live as long as this process.
 )";
 

@@ -68,7 +68,9 @@ int security(bool as_json) {
 
 int efuse() {
   begin_operation();
-  return answer(is_device_efused() == 1, "efused", "not efused");
+  const int result = answer(is_device_efused() == 1, "efused", "not efused");
+  report_failure();  // the answer is "efused" also when it cannot be had
+  return result;
 }
 
 std::string read_authorization(const std::string& path) {

@@ -11,7 +11,7 @@
 namespace kelctl {
 namespace {
 
-// All of what the phone draws by chance: 256 bits.
+// 256 random bits.
 constexpr int kChallengeLen = 64;
 
 void tell(std::string_view step) {
@@ -19,11 +19,15 @@ void tell(std::string_view step) {
   std::fflush(stdout);
 }
 
-// What the phone answers after "ok "; none when it refuses, after the reason.
+// What the phone answers after "ok "; none when it refuses, after the reason. Throws Error over any other answer.
 std::optional<std::string> ask_for(const Ask& ask, std::string_view what, const std::string& request) {
   const std::string answer = ask(request);
   if (answer == "ok") return "";
-  if (answer.starts_with("ok ")) return unescape(std::string_view(answer).substr(3));
+  try {
+    if (answer.starts_with("ok ")) return unescape(std::string_view(answer).substr(3));
+  } catch (const Refusal& refusal) {
+    throw Error(fmt::format("the line session answered \"{}\": {}", answer, refusal.what()));
+  }
   constexpr std::string_view kFailed = "failed: ";
   if (!answer.starts_with(kFailed)) throw Error(fmt::format("the line session answered \"{}\"", answer));
   tell(fmt::format("The phone refuses {}.", what));

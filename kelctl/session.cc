@@ -62,18 +62,18 @@ enum class Line { kRead, kTooLong, kNone };
 // Reads on to the end of a line that is too long, without keeping it.
 Line read_line(std::FILE* in, std::string& line) {
   line.clear();
-  bool fits = true;
+  bool is_kept = true;
   int c = std::getc(in);
   if (c == EOF) return Line::kNone;
   for (; c != EOF && c != '\n'; c = std::getc(in)) {
-    if (line.size() < kMaxLineLen) {
+    if (line.size() <= kMaxLineLen) {  // and one more, which may be the carriage return
       line += static_cast<char>(c);
     } else {
-      fits = false;
+      is_kept = false;
     }
   }
   if (line.ends_with('\r')) line.pop_back();
-  return fits ? Line::kRead : Line::kTooLong;
+  return is_kept && line.size() <= kMaxLineLen ? Line::kRead : Line::kTooLong;
 }
 
 }  // namespace
@@ -83,7 +83,7 @@ std::string answer_to(const std::string& line) {
   try {
     return answer(line);
   } catch (const Refusal& refusal) {
-    return failed(refusal.what());
+    return failed(escape(refusal.what()));
   }
 }
 

@@ -23,6 +23,10 @@ namespace {
 
 constexpr unsigned kKeyBits = 2048;
 
+// Exit codes of the shell itself.
+constexpr int kNotExecutable = 126;
+constexpr int kNotFound = 127;
+
 const unsigned char* bytes_of(std::string_view text) {
   return reinterpret_cast<const unsigned char*>(text.data());
 }
@@ -128,7 +132,11 @@ Signer command_signer(const std::string& command) {
     signer.write(is_record ? canonical_content(text) : text);
     signer.end_input();
     std::string answer = signer.read_rest();
-    if (const int result = signer.wait(); result != 0) {
+    const int result = signer.wait();
+    if (result == kNotExecutable || result == kNotFound) {
+      throw Error(fmt::format("--signer-command: it could not be started: exit code {}", result));
+    }
+    if (result != 0) {
       throw Refusal(fmt::format("--signer-command: it refused to sign, with exit code {}", result));
     }
     std::erase_if(answer, [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });

@@ -47,7 +47,7 @@ std::string sign(EVP_PKEY* key, std::string_view message);
 std::string signed_record(const std::string& certificate_text, const std::string& signature);
 
 // A signer of challenges and records: returns base64 of the signature over the text, as objection() knows it. Throws
-// Refusal when it does not sign.
+// Refusal when it does not sign, Error when it cannot be asked.
 using Signer = std::function<std::string(Kind kind, const std::string& text)>;
 
 // Signs with the key in this process, after checked_message().
