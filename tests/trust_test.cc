@@ -244,6 +244,11 @@ TEST_F(TrustTest, AcceptsTheSignaturesOfSignersAlone) {
   const std::string earlier = g_rand_buf;
   ASSERT_EQ(kelo_get_rand(out, &(len = 64)), 0);
   const std::string challenge = g_rand_buf;
+  char told[4096];
+  g_is_authed = 1;
+  ASSERT_EQ(kelo_get_para("mac=FC01", 8, told, &len), 0);
+  g_is_authed = 0;
+  take_log();
   const Signer& signer = default_signer();
   EVP_PKEY* const key = signer.key.get();
   const Signer weak = make_signer({.key = "rsa1024"}), big = make_signer({.key = "rsa4096"});
@@ -259,6 +264,8 @@ TEST_F(TrustTest, AcceptsTheSignaturesOfSignersAlone) {
       {"one byte more", {signer, right + '\0'}}, {"one byte less", {signer, right.substr(0, 255)}},
       {"over the whole answer", {signer, sign(key, "randomNumber=" + challenge)}},
       {"over the challenge and its terminator", {signer, sign(key, challenge + '\0')}},
+      {"over the chip id", {signer, sign(key, "mt0123456789abcdef0123456789000000")}},
+      {"over the record", {signer, sign(key, signed_content(g_para_buf))}},
       {"over an earlier challenge", {signer, sign(key, earlier)}}, {"over nothing", {signer, sign(key, "")}},
       {"by the root, beside another's certificate", {signer, sign(root().key.get(), challenge)}},
       {"with SHA-1", {signer, sign(key, challenge, EVP_sha1())}},

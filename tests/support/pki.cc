@@ -8,6 +8,7 @@
 #include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
+#include <sstream>
 #include <stdexcept>
 
 #include "kelchk.h"
@@ -134,6 +135,13 @@ std::string sha256(std::string_view text) {
   return {digits, digits + sizeof digits};
 }
 
+std::string signed_content(const std::string& record) {
+  std::string content;
+  std::istringstream fields(record);
+  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
+  return content;
+}
+
 std::string signed_record(const Signer& signer, std::string_view message) {
   return "factoryCert=" + signer.certificate_text() + "&sign=" + base64(sign(signer.key.get(), message));
 }
@@ -145,13 +153,6 @@ std::string value_of(const std::string& record, const std::string& key) {
 
 std::string with_value(std::string record, const std::string& key, const std::string& value) {
   return record.replace(("&" + record).find("&" + key + "=") + key.size() + 1, value_of(record, key).size(), value);
-}
-
-std::string signed_content(const std::string& record) {
-  std::string content;
-  std::istringstream fields(record);
-  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
-  return content;
 }
 
 }  // namespace test

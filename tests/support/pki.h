@@ -65,6 +65,9 @@ std::string base64(std::string_view bytes);
 // The hash in hexadecimal, for texts too many to repeat.
 std::string sha256(std::string_view text);
 
+// What the provisioning server signs of a record.
+std::string signed_content(const std::string& record);
+
 // The record "factoryCert=...&sign=...": |message| signed by |signer|.
 std::string signed_record(const Signer& signer, std::string_view message);
 
@@ -72,8 +75,5 @@ std::string signed_record(const Signer& signer, std::string_view message);
 std::string value_of(const std::string& record, const std::string& key);
 
 std::string with_value(std::string record, const std::string& key, const std::string& value);
-
-// What the provisioning server signs of |record|.
-std::string signed_content(const std::string& record);
 
 }  // namespace test
