@@ -1,7 +1,11 @@
 // What the platform returns: every source of the phone, of both chip families, and every property.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 
 #include "fuzz.h"
@@ -21,15 +25,24 @@ constexpr const char* kSources[] = {
     "/vendor/modem/imei",
 };
 
+std::string answer;  // of the root's signer; over another text
+
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
+extern "C" int LLVMFuzzerInitialize(int*, char*** arguments) {
+  std::ifstream file(std::filesystem::path(**arguments).parent_path() / "../../corpus/response/signed");
+  answer.assign(std::istreambuf_iterator(file), {});
+  if (answer.empty()) {
+    std::fputs("tools/fuzz has not made the signer's answer yet\n", stderr);
+    std::exit(1);
+  }
   fuzz::make_phone(phone::Chip::kMediaTek);
   for (const char* source : kSources) std::filesystem::create_directories(std::filesystem::path(source).parent_path());
   return 0;
 }
 
-// The input is the properties, as a record, and then each source in turn.
+// The input is the properties, as a record, then each source in turn, and at last what becomes of one of them, named by
+// the last byte, when the record has been built.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   const fuzz::Round round;
@@ -41,7 +54,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto record = std::make_unique<char[]>(4095);
   unsigned len = 0;
   kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), record.get(), &len);
-  kelo_import_para_sign("x", 1);
+  kelo_import_para_sign(answer.c_str(), 1);
+  const char* const changed = input.PickValueInArray(kSources);
+  fuzz::write_file(changed, input.ConsumeRemainingBytesAsString());
+  kelo_import_para_sign(answer.c_str(), 1);
   const auto report = std::make_unique<char[]>(2863);
   kelo_bsp_sec_ctrl_get(report.get(), 2863, &len);
   is_device_efused();
