@@ -306,14 +306,8 @@ class FaultsTest : public TroubleTest {
       add_with(key, key == "deviceModel" ? "MDF1other" : "other");
     }
     add("bare id", au.both(signed_record(default_signer(), value_of(record_, "cpuID").substr(0, 2))));
-    if (GetParam() == Chip::kMediaTek) return add_with("countrySha", "other");
-    add_with("imei", "other");
-    const std::string country = "/mnt/vendor/productinfo/finstatus/finstatus.prop", own = read_file(country);
-    std::string record;
-    test::remove(country);
-    EXPECT_EQ(ask_for_record(record), 0);
-    write_file(country, own);
-    add_with("countrySha", value_of(record, "countrySha"));
+    add_with("countrySha", sha256("IN2QVk=_XkY=_SVI="));  // of a Unisoc phone that has no configuration
+    if (GetParam() == Chip::kUnisoc) add_with("imei", "other");
   }
 
   void TearDown() override {
@@ -425,10 +419,10 @@ TEST_P(FaultsTest, NoFailingCallBreaksAPromise) {
   Keys accepted = {"check, rooted: property_get ro.vendor.kelo.userroot",
                    "check, debuggable: property_get ro.debuggable"};
   if (is_mediatek) {
-    accepted.insert("check, bare id: read /proc/rid");
+    accepted.insert({"check, bare id: read /proc/rid", "check, other countrySha: property_get ro.hardware"});
   } else {
-    accepted.insert("check, other countrySha: open /mnt/vendor/productinfo/finstatus/finstatus.prop");
-    accepted.insert("check, other imei: property_get ro.bootmode");
+    accepted.insert({"check, other countrySha: open /mnt/vendor/productinfo/finstatus/finstatus.prop",
+                     "check, other imei: property_get ro.bootmode"});
   }
   EXPECT_EQ(accepted_, accepted);
   Keys torn;  // a flush is not waited for in vain, and a backup may be left empty
