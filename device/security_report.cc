@@ -33,12 +33,9 @@ constinit const char* const properties[24] = {
 
 using namespace kelchk;
 
-// No report is longer. Some C libraries end the process over a larger bound than any buffer can have.
-constexpr unsigned kMaxReportCap = 2863;
-
 int kelo_bsp_sec_ctrl_get(char* out, unsigned int capacity, unsigned int* out_len) noexcept {
   if (capacity == 0 || out == nullptr || out_len == nullptr) return fail("kelo_bsp_sec_ctrl_get input err \n");
-  TextWriter report(out, capacity < kMaxReportCap ? capacity : kMaxReportCap);
+  TextWriter report(out, capacity);
   for (const char* const name : properties) {
     const Property property(name);
     if (property.absent()) log_error("get %s err", name);
