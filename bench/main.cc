@@ -1,6 +1,8 @@
 // The benchmarks of one simulated phone, inside it:
 //   kelchk_bench CHIP PROPERTIES [options of Google Benchmark]
 //     prints how much longer each operation of the library takes than its floor; ends with 1 when one misses its goal
+//   kelchk_bench load [options of Google Benchmark]
+//     the same for loading the library
 //   kelchk_bench CHIP PROPERTIES count [SIDE OPERATION CALLS]
 //     only makes the calls, for a tool that counts: SIDE is library, floor or nothing, OPERATION a number from 0 on;
 //     without them names the operations
@@ -65,9 +67,12 @@ std::vector<Pair> make_pairs(const std::vector<Operation>& operations) {
                      [&operation] { return time_call(operation, operation.library); },
                      [&operation] { return time_call(operation, operation.floor); }});
   }
-  pairs.push_back({"dlopen", kLoadGoal, nullptr, [] { return time_load(LOAD_FOLDER "/libkelchk.so"); },
-                   [] { return time_load(LOAD_FOLDER "/libempty.so"); }});
   return pairs;
+}
+
+Pair make_load_pair() {
+  return {"dlopen", kLoadGoal, nullptr, [] { return time_load(LOAD_FOLDER "/libkelchk.so"); },
+          [] { return time_load(LOAD_FOLDER "/libempty.so"); }};
 }
 
 double middle(std::vector<double> values) {
@@ -159,6 +164,7 @@ void make_calls(const Operation& operation, const std::string& side, int calls) 
 }  // namespace
 
 int main(int argc, char** argv) try {
+  if (argc > 1 && std::string(argv[1]) == "load") return run_benchmarks({make_load_pair()}, argc - 1, argv + 1);
   const std::string chip = argc > 2 ? argv[1] : "";
   const std::string properties = argc > 2 ? argv[2] : "";
   if (chip != "mediatek" && chip != "unisoc") throw std::invalid_argument("CHIP is mediatek or unisoc");
