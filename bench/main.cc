@@ -4,8 +4,8 @@
 //   kelchk_bench load [options of Google Benchmark]
 //     the same for loading the library
 //   kelchk_bench CHIP PROPERTIES count [SIDE OPERATION CALLS]
-//     only makes the calls, for a tool that counts: SIDE is library, floor or nothing, OPERATION a number from 0 on;
-//     without them names the operations
+//     only makes the calls, for a tool that counts, and prints how often they read a property: SIDE is library, floor
+//     or nothing, OPERATION a number from 0 on; without them names the operations
 // PROPERTIES is where they are read from: file or memory.
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
@@ -158,7 +158,9 @@ void make_calls(const Operation& operation, const std::string& side, int calls) 
   if (operation.arrange) operation.arrange();
   const Call nothing = [] { return true; };
   const Call& call = side == "library" ? operation.library : side == "floor" ? operation.floor : nothing;
+  const int before = bench::properties_read();
   for (int i = 0; i < calls; ++i) time_call(operation, call);
+  std::printf("%d\n", bench::properties_read() - before);
 }
 
 }  // namespace

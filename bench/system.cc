@@ -14,6 +14,7 @@
 namespace {
 
 std::map<std::string, std::string, std::less<>> properties;  // empty: they are the system's
+int reads = 0;
 bool flushes = false;
 
 }  // namespace
@@ -24,6 +25,7 @@ int __android_log_print(int, const char*, const char*, ...) {
 
 int property_get(const char* key, char* value, const char* default_value) {
   static const auto system = reinterpret_cast<decltype(&property_get)>(::dlsym(RTLD_NEXT, "property_get"));
+  ++reads;
   if (properties.empty()) return system(key, value, default_value);
   const auto found = properties.find(std::string_view(key));
   const std::string_view text = found != properties.end() ? found->second : std::string_view(default_value);
@@ -47,6 +49,10 @@ void make_phone(const phone::Identity& identity) {
 
 void keep_properties_in_memory(const phone::Identity& identity) {
   properties = {identity.properties.begin(), identity.properties.end()};
+}
+
+int properties_read() {
+  return reads;
 }
 
 void flush_to_storage() {

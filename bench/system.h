@@ -12,6 +12,9 @@ void make_phone(const phone::Identity& identity);
 // From here on properties are read from memory, as on a real phone. The simulated phone reads a file for each.
 void keep_properties_in_memory(const phone::Identity& identity);
 
+// How often a property has been read.
+int properties_read();
+
 // From here on flushes are real, so that they can be counted.
 void flush_to_storage();
 
