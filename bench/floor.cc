@@ -1,4 +1,4 @@
-#include "floor.h"
+#include "bench/floor.h"
 
 #include <cutils/properties.h>
 #include <dlfcn.h>

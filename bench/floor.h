@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace floors {
 

@@ -19,8 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "operations.h"
-#include "system.h"
+#include "bench/operations.h"
+#include "bench/system.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "operations.h"
+#include "bench/operations.h"
 
 #include <cstring>
 #include <filesystem>
@@ -7,9 +7,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "floor.h"
+#include "bench/floor.h"
 #include "kelchk.h"
-#include "support/pki.h"
+#include "tests/support/pki.h"
 
 namespace bench {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace bench {
 

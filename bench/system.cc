@@ -1,4 +1,4 @@
-#include "system.h"
+#include "bench/system.h"
 
 #include <android/log.h>
 #include <cutils/properties.h>

@@ -2,7 +2,7 @@
 // silent and nothing is flushed to storage.
 #pragma once
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace bench {
 

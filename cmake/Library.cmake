@@ -1,25 +1,26 @@
+# The library's sources, for whatever compiles them. No other list of its folders exists in the CMake build.
+file(GLOB KELCHK_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*/*.cc)
+
 # kelchk_add_library(target folder pem): libkelchk.so in ${folder}, trusting the root certificate ${pem}.
 #
 # It is linked by the C driver without start files, so that nothing runs at load and no C++ runtime is needed.
 
 function(kelchk_add_library target folder pem)
-  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/core/*.cc ${PROJECT_SOURCE_DIR}/trust/*.cc
-    ${PROJECT_SOURCE_DIR}/device/*.cc ${PROJECT_SOURCE_DIR}/records/*.cc)
   set(embedded ${PROJECT_BINARY_DIR}/${target}_root_certificate.cc)
   kelchk_embed_root_certificate(${pem} ${embedded})
 
-  add_library(${target} SHARED ${sources} ${embedded})
+  add_library(${target} SHARED ${KELCHK_SOURCES} ${embedded})
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME kelchk
     LIBRARY_OUTPUT_DIRECTORY ${folder}
     LINKER_LANGUAGE C
-    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/kelchk.map)
-  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} PUBLIC ${PROJECT_SOURCE_DIR}/include)
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/src/kelchk.map)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src PUBLIC ${PROJECT_SOURCE_DIR}/include)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -ffunction-sections -fdata-sections
     -fstack-protector-strong)
   target_link_options(${target} PRIVATE -nostartfiles
-    LINKER:--version-script=${PROJECT_SOURCE_DIR}/kelchk.map LINKER:--gc-sections LINKER:--as-needed
+    LINKER:--version-script=${PROJECT_SOURCE_DIR}/src/kelchk.map LINKER:--gc-sections LINKER:--as-needed
     LINKER:--hash-style=gnu LINKER:--enable-new-dtags LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
   if(ANDROID)
     set_target_properties(${target} PROPERTIES SKIP_BUILD_RPATH ON)
@@ -33,5 +34,5 @@ function(kelchk_add_library target folder pem)
     target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
-  target_link_libraries(${target} PRIVATE kelchk_warnings log cutils kelchk_crypto ${CMAKE_DL_LIBS})
+  target_link_libraries(${target} PRIVATE kelchk_warnings kelchk_log kelchk_cutils kelchk_crypto ${CMAKE_DL_LIBS})
 endfunction()

@@ -9,18 +9,18 @@ include(CMakePackageConfigHelpers)
 if(NOT ANDROID)
   cmake_path(GET KELCHK_CRYPTO_LIBRARY PARENT_PATH crypto_folder)
   set_target_properties(kelchk PROPERTIES INSTALL_RPATH "$ORIGIN/kelchk;${crypto_folder}")
-  install(TARGETS log cutils LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kelchk)
+  install(TARGETS kelchk_log kelchk_cutils LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kelchk)
 endif()
 install(TARGETS kelchk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES include/kelchk.h TYPE INCLUDE)
 
-if(TARGET kelctl)
+if(TARGET kelchk_kelctl)
   if(NOT ANDROID)
     file(RELATIVE_PATH library_folder ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-    set_target_properties(kelctl PROPERTIES
+    set_target_properties(kelchk_kelctl PROPERTIES
       INSTALL_RPATH "$ORIGIN/${library_folder};$ORIGIN/${library_folder}/kelchk;${crypto_folder}")
   endif()
-  install(TARGETS kelctl)
+  install(TARGETS kelchk_kelctl)
   install(FILES docs/kelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 

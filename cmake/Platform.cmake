@@ -24,14 +24,16 @@ add_library(kelchk_crypto SHARED IMPORTED)
 if(ANDROID)
   kelchk_require("name the vendor's own, -D<variable>=PATH" KELCHK_CUTILS_LIBRARY KELCHK_CUTILS_INCLUDE
     KELCHK_CRYPTO_LIBRARY KELCHK_CRYPTO_INCLUDE)
-  add_library(cutils SHARED IMPORTED)
-  set_target_properties(cutils PROPERTIES
+  add_library(kelchk_log INTERFACE)
+  target_link_libraries(kelchk_log INTERFACE log)
+  add_library(kelchk_cutils SHARED IMPORTED)
+  set_target_properties(kelchk_cutils PROPERTIES
     IMPORTED_LOCATION ${KELCHK_CUTILS_LIBRARY}
     INTERFACE_INCLUDE_DIRECTORIES ${KELCHK_CUTILS_INCLUDE})
 else()
   kelchk_require("install Debian's android-libboringssl-dev, and android-libboringssl for another architecture"
     KELCHK_CRYPTO_LIBRARY KELCHK_CRYPTO_INCLUDE)
-  add_subdirectory(${PROJECT_SOURCE_DIR}/host host)
+  add_subdirectory(${PROJECT_SOURCE_DIR}/simulator simulator)
 endif()
 set_target_properties(kelchk_crypto PROPERTIES
   IMPORTED_LOCATION ${KELCHK_CRYPTO_LIBRARY}

@@ -1,4 +1,4 @@
-#include "certificates.h"
+#include "kelctl/certificates.h"
 
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "files.h"
-#include "outcome.h"
-#include "signing.h"
+#include "kelctl/files.h"
+#include "kelctl/outcome.h"
+#include "kelctl/signing.h"
 
 namespace kelctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "commands.h"
+#include "kelctl/commands.h"
 
 #include <fmt/core.h>
 
@@ -9,17 +9,17 @@
 #include <utility>
 #include <vector>
 
-#include "certificates.h"
-#include "explain.h"
-#include "files.h"
-#include "outcome.h"
-#include "phone_commands.h"
-#include "platform.h"
-#include "process.h"
-#include "provision.h"
-#include "session.h"
-#include "signing.h"
-#include "text.h"
+#include "kelctl/certificates.h"
+#include "kelctl/explain.h"
+#include "kelctl/files.h"
+#include "kelctl/outcome.h"
+#include "kelctl/phone_commands.h"
+#include "kelctl/platform.h"
+#include "kelctl/process.h"
+#include "kelctl/provision.h"
+#include "kelctl/session.h"
+#include "kelctl/signing.h"
+#include "kelctl/text.h"
 
 namespace kelctl {
 namespace {

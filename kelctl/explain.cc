@@ -1,4 +1,4 @@
-#include "explain.h"
+#include "kelctl/explain.h"
 
 #include <fmt/core.h>
 #include <openssl/bio.h>
@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "files.h"
-#include "outcome.h"
-#include "signed_text.h"
-#include "signing.h"
-#include "text.h"
-#include "verification.h"
+#include "kelctl/files.h"
+#include "kelctl/outcome.h"
+#include "kelctl/signed_text.h"
+#include "kelctl/signing.h"
+#include "kelctl/text.h"
+#include "kelctl/verification.h"
 
 namespace kelctl {
 namespace {

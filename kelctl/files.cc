@@ -1,4 +1,4 @@
-#include "files.h"
+#include "kelctl/files.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "core/file.h"
-#include "outcome.h"
+#include "kelctl/outcome.h"
 
 namespace kelctl {
 namespace {

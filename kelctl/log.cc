@@ -1,4 +1,4 @@
-#include "log.h"
+#include "kelctl/log.h"
 
 #include <android/log.h>
 #include <fmt/core.h>
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "text.h"
+#include "kelctl/text.h"
 
 namespace kelctl {
 namespace {

@@ -6,10 +6,10 @@
 #include <exception>
 #include <string>
 
-#include "commands.h"
-#include "log.h"
-#include "outcome.h"
-#include "platform.h"
+#include "kelctl/commands.h"
+#include "kelctl/log.h"
+#include "kelctl/outcome.h"
+#include "kelctl/platform.h"
 
 namespace kelctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "phone_commands.h"
+#include "kelctl/phone_commands.h"
 
 #include <fmt/core.h>
 
@@ -6,11 +6,11 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "files.h"
+#include "kelctl/files.h"
 #include "kelchk.h"
-#include "log.h"
-#include "outcome.h"
-#include "text.h"
+#include "kelctl/log.h"
+#include "kelctl/outcome.h"
+#include "kelctl/text.h"
 
 namespace kelctl {
 namespace {

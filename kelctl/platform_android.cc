@@ -1,6 +1,6 @@
 // On a phone.
-#include "outcome.h"
-#include "platform.h"
+#include "kelctl/outcome.h"
+#include "kelctl/platform.h"
 
 namespace kelctl {
 

@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <set>
 
-#include "outcome.h"
-#include "phone.h"
-#include "platform.h"
-#include "sandbox.h"
+#include "kelctl/outcome.h"
+#include "simulator/phone.h"
+#include "kelctl/platform.h"
+#include "simulator/sandbox.h"
 
 namespace kelctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "process.h"
+#include "kelctl/process.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "outcome.h"
+#include "kelctl/outcome.h"
 
 extern char** environ;
 

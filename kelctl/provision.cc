@@ -1,12 +1,12 @@
-#include "provision.h"
+#include "kelctl/provision.h"
 
 #include <fmt/core.h>
 
 #include <optional>
 #include <string_view>
 
-#include "outcome.h"
-#include "text.h"
+#include "kelctl/outcome.h"
+#include "kelctl/text.h"
 
 namespace kelctl {
 namespace {

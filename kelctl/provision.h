@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "signing.h"
+#include "kelctl/signing.h"
 
 namespace kelctl {
 

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "kelctl/session.h"
 
 #include <fmt/format.h>
 
@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "kelchk.h"
-#include "log.h"
-#include "outcome.h"
-#include "text.h"
+#include "kelctl/log.h"
+#include "kelctl/outcome.h"
+#include "kelctl/text.h"
 
 namespace kelctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "signed_text.h"
+#include "kelctl/signed_text.h"
 
 #include <fmt/core.h>
 #include <time.h>
@@ -9,7 +9,7 @@
 
 #include "core/record.h"
 #include "core/text.h"
-#include "outcome.h"
+#include "kelctl/outcome.h"
 
 namespace kelctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "signing.h"
+#include "kelctl/signing.h"
 
 #include <fmt/core.h>
 #include <openssl/base64.h>
@@ -14,9 +14,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "files.h"
-#include "outcome.h"
-#include "process.h"
+#include "kelctl/files.h"
+#include "kelctl/outcome.h"
+#include "kelctl/process.h"
 
 namespace kelctl {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "signed_text.h"
+#include "kelctl/signed_text.h"
 
 namespace kelctl {
 

@@ -1,9 +1,9 @@
-#include "text.h"
+#include "kelctl/text.h"
 
 #include <fmt/color.h>
 #include <unistd.h>
 
-#include "outcome.h"
+#include "kelctl/outcome.h"
 
 namespace kelctl {
 namespace {

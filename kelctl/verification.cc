@@ -1,7 +1,7 @@
-#include "verification.h"
+#include "kelctl/verification.h"
 
 #include "core/log.h"
-#include "log.h"
+#include "kelctl/log.h"
 #include "trust/certificate.h"
 #include "trust/signature.h"
 

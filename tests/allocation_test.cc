@@ -4,7 +4,7 @@
 #include <regex>
 
 #include "kelchk.h"
-#include "support/pki.h"
+#include "tests/support/pki.h"
 
 extern "C" void *__libc_malloc(size_t), *__libc_calloc(size_t, size_t), *__libc_realloc(void*, size_t);
 

@@ -4,7 +4,7 @@
 #include <climits>
 
 #include "kelchk.h"
-#include "support/pki.h"
+#include "tests/support/pki.h"
 
 namespace {
 

@@ -54,7 +54,7 @@ def on_phone(chip, *arguments, stdin=b""):
 
 def make_phones():
     for chip in CHIP_IDS:
-        vendor_libraries = os.path.dirname(KELCTL[-1]) + "/host/vendor"
+        vendor_libraries = os.path.dirname(KELCTL[-1]) + "/simulator/vendor"
         subprocess.run([PHONE, "make", work(chip), "--chip", chip, "--vendor-libraries", vendor_libraries], check=True)
 
 

@@ -13,9 +13,9 @@
 #include <sstream>
 
 #include "kelchk.h"
-#include "support/forgeries.h"
-#include "support/phone_test.h"
-#include "support/pki.h"
+#include "tests/support/forgeries.h"
+#include "tests/support/phone_test.h"
+#include "tests/support/pki.h"
 
 namespace {
 

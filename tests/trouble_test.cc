@@ -13,9 +13,9 @@
 #include <sstream>
 
 #include "kelchk.h"
-#include "support/phone_test.h"
-#include "support/pki.h"
-#include "support/trouble.h"
+#include "tests/support/phone_test.h"
+#include "tests/support/pki.h"
+#include "tests/support/trouble.h"
 
 namespace phone {
 inline void PrintTo(Chip chip, std::ostream* out) { *out << (chip == Chip::kMediaTek ? "MediaTek" : "Unisoc"); }

@@ -1,7 +1,7 @@
 // An authorization file, in a buffer of exactly its size.
 #include <memory>
 
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -1,4 +1,4 @@
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 
 #include <android/log.h>
 #include <cutils/properties.h>

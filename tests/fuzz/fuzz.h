@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace fuzz {
 

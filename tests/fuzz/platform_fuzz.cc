@@ -8,7 +8,7 @@
 #include <iterator>
 #include <memory>
 
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // A request for the device parameter record.
 #include <memory>
 
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

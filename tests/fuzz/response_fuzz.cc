@@ -1,5 +1,5 @@
 // A challenge response.
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

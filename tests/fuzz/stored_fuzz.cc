@@ -1,7 +1,7 @@
 // Stored files of any bytes: which of the four copies are there, and what each holds.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "fuzz.h"
+#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
 
 namespace {

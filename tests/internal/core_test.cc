@@ -1,7 +1,7 @@
 // Records and the log file, from the library's sources.
 #include "core/log.h"
 #include "core/record.h"
-#include "support/phone_test.h"
+#include "tests/support/phone_test.h"
 
 namespace {
 

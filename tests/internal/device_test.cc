@@ -10,7 +10,7 @@
 #include "device/identifiers.h"
 #include "device/nvram.h"
 #include "kelchk.h"
-#include "support/phone_test.h"
+#include "tests/support/phone_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/forgeries.h"
+#include "tests/support/forgeries.h"
 
 #include <sstream>
 

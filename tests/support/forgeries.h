@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "support/phone_test.h"
+#include "tests/support/phone_test.h"
 
 namespace test {
 

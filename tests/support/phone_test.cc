@@ -1,4 +1,4 @@
-#include "support/phone_test.h"
+#include "tests/support/phone_test.h"
 
 #include <android/log.h>
 #include <dlfcn.h>

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace test {
 

@@ -1,4 +1,4 @@
-#include "support/pki.h"
+#include "tests/support/pki.h"
 
 #include <openssl/base64.h>
 #include <openssl/bio.h>

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/phone_test.h"
+#include "tests/support/phone_test.h"
 
 namespace test {
 

@@ -1,4 +1,4 @@
-#include "support/trouble.h"
+#include "tests/support/trouble.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

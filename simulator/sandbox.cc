@@ -1,4 +1,4 @@
-#include "sandbox.h"
+#include "simulator/sandbox.h"
 
 #include <fcntl.h>
 #include <glob.h>
@@ -17,7 +17,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "phone.h"
+#include "simulator/phone.h"
 
 namespace phone {
 namespace {

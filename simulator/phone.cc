@@ -1,4 +1,4 @@
-#include "phone.h"
+#include "simulator/phone.h"
 
 #include <cerrno>
 #include <charconv>

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "phone.h"
-#include "sandbox.h"
+#include "simulator/phone.h"
+#include "simulator/sandbox.h"
 
 namespace {
 
