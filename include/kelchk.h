@@ -1,5 +1,6 @@
 /*
- * libkelchk: decides whether this phone's factory-provisioning records are authentic and still describe this very phone.
+ * libkelchk: decides whether this phone's factory-provisioning records are authentic and still describe this very
+ * phone.
  *
  * This is the whole interface, for C and C++. What holds for every function:
  *
@@ -44,8 +45,9 @@ extern "C" {
 
 /*
  * kelo_get_rand issues a challenge of |*len| characters, 0 to 250, drawn from /dev/urandom, and keeps it in g_rand_buf
- * until a next call reads the device. On success |out| holds the text "randomNumber=" and the challenge in uppercase hexadecimal,
- * and |*len| its length, 13 more than asked. |out| must hold 14 bytes more than |*len|; 264 are always enough.
+ * until a next call reads the device. On success |out| holds the text "randomNumber=" and the challenge in uppercase
+ * hexadecimal, and |*len| its length, 13 more than asked. |out| must hold 14 bytes more than |*len|; 264 are always
+ * enough.
  *
  * Fails when an argument is null, |*len| is above 250 (nothing is touched) or the random device cannot be opened or
  * read: |out| then holds "randomNumber=" alone, and after a failed read the challenge is the empty text.
@@ -120,15 +122,15 @@ KELCHK_EXPORT int is_device_efused(void) KELCHK_NOEXCEPT;
 
 /* ---- Data, for reading between calls ----------------------------------------------------------------------------- */
 
-KELCHK_EXPORT extern char g_rand_buf[256];              /* the current challenge, text of at most 250 characters */
-KELCHK_EXPORT extern int g_is_authed;                   /* 1 once a challenge response has verified; never cleared */
-KELCHK_EXPORT extern char g_factory_pem[4096];          /* "factoryCert" of the record last verified, text */
-KELCHK_EXPORT extern unsigned char g_factor_der[4096];  /* the same, decoded */
-KELCHK_EXPORT extern char g_para_buf[4096];             /* the record under work; a full buffer has no terminator */
-KELCHK_EXPORT extern char g_log_buf[2048];              /* the last line formatted for the log file or by LogHex */
-KELCHK_EXPORT extern char PARA_FILE_PATH[256];          /* the primary store directory, with its trailing "/" */
-KELCHK_EXPORT extern char g_sprd_imei[65];              /* Unisoc: the IMEI of the last request for a record */
-KELCHK_EXPORT extern const char* const properties[24];  /* the property names of the security state report */
+KELCHK_EXPORT extern char g_rand_buf[256];             /* the current challenge, text of at most 250 characters */
+KELCHK_EXPORT extern int g_is_authed;                  /* 1 once a challenge response has verified; never cleared */
+KELCHK_EXPORT extern char g_factory_pem[4096];         /* "factoryCert" of the record last verified, text */
+KELCHK_EXPORT extern unsigned char g_factor_der[4096]; /* the same, decoded */
+KELCHK_EXPORT extern char g_para_buf[4096];            /* the record under work; a full buffer has no terminator */
+KELCHK_EXPORT extern char g_log_buf[2048];             /* the last line formatted for the log file or by LogHex */
+KELCHK_EXPORT extern char PARA_FILE_PATH[256];         /* the primary store directory, with its trailing "/" */
+KELCHK_EXPORT extern char g_sprd_imei[65];             /* Unisoc: the IMEI of the last request for a record */
+KELCHK_EXPORT extern const char* const properties[24]; /* the property names of the security state report */
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "kelctl/files.h"
 #include "kelchk.h"
+#include "kelctl/files.h"
 #include "kelctl/log.h"
 #include "kelctl/outcome.h"
 #include "kelctl/text.h"

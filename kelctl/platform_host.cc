@@ -5,8 +5,8 @@
 #include <set>
 
 #include "kelctl/outcome.h"
-#include "simulator/phone.h"
 #include "kelctl/platform.h"
+#include "simulator/phone.h"
 #include "simulator/sandbox.h"
 
 namespace kelctl {

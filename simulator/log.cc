@@ -5,7 +5,6 @@
 // In both forms a message is one line: "\" is written as "\\" and a line break as "\n". For reading, the line break
 // that ends most messages is left out.
 #include <android/log.h>
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -31,9 +30,12 @@ __attribute__((format(printf, 1, 0))) std::string format(const char* fmt, va_lis
 std::string one_line(std::string_view text) {
   std::string line;
   for (const char c : text) {
-    if (c == '\\') line += "\\\\";
-    else if (c == '\n') line += "\\n";
-    else line += c;
+    if (c == '\\')
+      line += "\\\\";
+    else if (c == '\n')
+      line += "\\n";
+    else
+      line += c;
   }
   return line;
 }

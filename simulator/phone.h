@@ -14,12 +14,12 @@ enum class Chip { kMediaTek, kUnisoc };
 // What makes one phone this phone. Every text is stored as the library's sources store it.
 struct Identity {
   Chip chip = Chip::kMediaTek;
-  std::string rid;       // MediaTek: the bytes of /proc/rid; Unisoc: the text of chip_uid
-  std::string imei;      // 15 digits; MediaTek: packed into proinfo, Unisoc: the modem's answer to AT+CGSN
-  std::string mac;       // 12 hexadecimal characters; MediaTek: in the WIFI record, Unisoc: wifimac.txt, with colons
-  std::string psn;       // 16 characters
-  std::string country;   // MediaTek: the first bytes of ANTI_CS (padded to 2048 bytes); Unisoc: finstatus.prop
-  int efuse = 1;         // Unisoc: what the efuse library answers
+  std::string rid;      // MediaTek: the bytes of /proc/rid; Unisoc: the text of chip_uid
+  std::string imei;     // 15 digits; MediaTek: packed into proinfo, Unisoc: the modem's answer to AT+CGSN
+  std::string mac;      // 12 hexadecimal characters; MediaTek: in the WIFI record, Unisoc: wifimac.txt, with colons
+  std::string psn;      // 16 characters
+  std::string country;  // MediaTek: the first bytes of ANTI_CS (padded to 2048 bytes); Unisoc: finstatus.prop
+  int efuse = 1;        // Unisoc: what the efuse library answers
   std::map<std::string, std::string> properties;
 };
 
@@ -27,8 +27,8 @@ struct Identity {
 inline constexpr std::array kOwnFolders = {"proc", "sys", "dev", "mnt", "vendor", "system", "kelofs"};
 
 // The devices of a phone, links into /run/dev, where a sandbox has the real ones.
-inline constexpr std::array kDevices = {"null", "zero", "full", "random", "urandom", "tty", "stdin", "stdout", "stderr",
-                                        "fd", "shm"};
+inline constexpr std::array kDevices = {"null",  "zero",   "full",   "random", "urandom", "tty",
+                                        "stdin", "stdout", "stderr", "fd",     "shm"};
 
 // A complete, consistent phone of the family. Two phones of a family are told apart by |serial|, 0 to 999999.
 Identity default_identity(Chip chip, int serial = 0);

@@ -1,6 +1,5 @@
 // The program "phone": makes simulated phones, changes them and runs commands inside them.
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -85,8 +84,9 @@ CLI::App* add_running(CLI::App& app, phone::Run& request, const char* name, cons
   CLI::App* running = app.add_subcommand(name, description);
   running->add_option("--bind", request.binds, "Show this file or folder inside too")->allow_extra_args(false);
   running->add_option("--clock", request.clock, "\"2030-01-01 12:00:00\" stands still, with \"@\" before it it runs");
-  running->footer("After \"--\": the command and its arguments. Their folder and the current one are seen inside.\n"
-                  "The result is the command's, 128+N after signal N, or 125 when it could not be started.");
+  running->footer(
+      "After \"--\": the command and its arguments. Their folder and the current one are seen inside.\n"
+      "The result is the command's, 128+N after signal N, or 125 when it could not be started.");
   return running;
 }
 

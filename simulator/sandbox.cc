@@ -64,8 +64,10 @@ bool can_show(const fs::path& path) {
 void add_system(Options& options) {
   options.add({"--ro-bind", "/usr", "/usr", "--dir", "/etc"});
   for (const char* path : {"/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32"}) {
-    if (fs::is_symlink(path)) options.add_link(path, fs::read_symlink(path).string());
-    else if (fs::is_directory(path)) options.add({"--ro-bind", path, path});
+    if (fs::is_symlink(path))
+      options.add_link(path, fs::read_symlink(path).string());
+    else if (fs::is_directory(path))
+      options.add({"--ro-bind", path, path});
   }
   for (const char* path : {"/etc/ld.so.cache", "/etc/alternatives", "/etc/localtime"}) {
     options.add({"--ro-bind-try", path, path});
@@ -135,8 +137,10 @@ std::string options_for(const Run& request) {
   if (::geteuid() != 0) {
     options.add({"--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "CAP_DAC_OVERRIDE"});
   }
-  if (request.root.empty()) options.add({"--tmpfs", "/"});
-  else options.add({"--bind", fs::absolute(request.root).string(), "/"});
+  if (request.root.empty())
+    options.add({"--tmpfs", "/"});
+  else
+    options.add({"--bind", fs::absolute(request.root).string(), "/"});
   add_system(options);
   add_kernel(options, request);
   options.add({"--tmpfs", "/tmp"});
@@ -168,7 +172,7 @@ int file_with(const std::string& content) {
 
 pid_t spawn(const Run& request, int status_fd) {
   const int options_fd = file_with(options_for(request));
-  std::vector<std::string> words = {"bwrap", "--json-status-fd", std::to_string(status_fd),
+  std::vector<std::string> words = {"bwrap",  "--json-status-fd",         std::to_string(status_fd),
                                     "--args", std::to_string(options_fd), "--"};
   words.insert(words.end(), request.command.begin(), request.command.end());
   std::vector<char*> arguments;
@@ -185,7 +189,10 @@ pid_t spawn(const Run& request, int status_fd) {
 
 // What on this machine is known to keep a sandbox from being made.
 std::string advice() {
-  struct Switch { const char* file; int forbids; };
+  struct Switch {
+    const char* file;
+    int forbids;
+  };
   constexpr Switch kSwitches[] = {{"/proc/sys/kernel/unprivileged_userns_clone", 0},
                                   {"/proc/sys/user/max_user_namespaces", 0},
                                   {"/proc/sys/kernel/apparmor_restrict_unprivileged_userns", 1}};
@@ -193,11 +200,13 @@ std::string advice() {
   for (const Switch& known : kSwitches) {
     int value = -1;
     std::ifstream(known.file) >> value;
-    if (value == known.forbids) text += std::string("\nOrdinary users get no sandbox while ") + known.file + " holds " +
-                                        std::to_string(value) + ": run this as root, or have it changed.";
+    if (value == known.forbids)
+      text += std::string("\nOrdinary users get no sandbox while ") + known.file + " holds " + std::to_string(value) +
+              ": run this as root, or have it changed.";
   }
-  return text + "\nWhen a namespace or a mount is not permitted: in a container, start the container with "
-                "\"--privileged\"; elsewhere, run this as root.";
+  return text +
+         "\nWhen a namespace or a mount is not permitted: in a container, start the container with "
+         "\"--privileged\"; elsewhere, run this as root.";
 }
 
 }  // namespace
@@ -217,7 +226,8 @@ int run(const Run& request) {
   const std::string status = read_all(status_pipe[0]);
   ::close(status_pipe[0]);
   int result = 0;
-  while (::waitpid(child, &result, 0) < 0 && errno == EINTR) {}
+  while (::waitpid(child, &result, 0) < 0 && errno == EINTR) {
+  }
 
   // bubblewrap's own failures have no code of their own; that a command ended is told by the status alone.
   if (status.find("\"exit-code\"") == std::string::npos) throw std::runtime_error(advice());

@@ -27,9 +27,15 @@ void count(const void* caller) {
 
 // These come before the C library's: the program's own symbols are looked up first.
 #define COUNTED(call) (count(__builtin_return_address(0)), __libc_##call)
-extern "C" void* malloc(size_t size) noexcept { return COUNTED(malloc(size)); }
-extern "C" void* calloc(size_t number, size_t size) noexcept { return COUNTED(calloc(number, size)); }
-extern "C" void* realloc(void* memory, size_t size) noexcept { return COUNTED(realloc(memory, size)); }
+extern "C" void* malloc(size_t size) noexcept {
+  return COUNTED(malloc(size));
+}
+extern "C" void* calloc(size_t number, size_t size) noexcept {
+  return COUNTED(calloc(number, size));
+}
+extern "C" void* realloc(void* memory, size_t size) noexcept {
+  return COUNTED(realloc(memory, size));
+}
 
 namespace {
 

@@ -1,10 +1,13 @@
-/* Vendor libraries that no phone should have. Which one this is, a macro of the build says; VENDOR_EMPTY has nothing. */
+/* Vendor libraries that no phone should have. Which one this is, a macro of the build says; VENDOR_EMPTY has nothing.
+ */
 #include <string.h>
 
 #if defined(VENDOR_NO_ID)
 /* An NVRAM library without its first step. */
 int NVM_GetFileDesc(void);
-int NVM_GetFileDesc(void) { return -1; }
+int NVM_GetFileDesc(void) {
+  return -1;
+}
 #elif defined(VENDOR_POSITIVE)
 /* A modem library that answers, and yet not with 0. */
 int sendATCmd(int channel, const char* command, char* response, int capacity);

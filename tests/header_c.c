@@ -3,6 +3,10 @@
 
 typedef void (*any_function)(void);
 extern const any_function utilities_for_c[7];
-const any_function utilities_for_c[7] = {
-    (any_function)AscToBcd,   (any_function)BcdToAsc,           (any_function)LogHex,        (any_function)is_mt_chip,
-    (any_function)calc_imei_checksum, (any_function)get_build_type, (any_function)kelchk_cert_error_string};
+const any_function utilities_for_c[7] = {(any_function)AscToBcd,
+                                         (any_function)BcdToAsc,
+                                         (any_function)LogHex,
+                                         (any_function)is_mt_chip,
+                                         (any_function)calc_imei_checksum,
+                                         (any_function)get_build_type,
+                                         (any_function)kelchk_cert_error_string};

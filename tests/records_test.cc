@@ -34,7 +34,10 @@ struct Family {
 };
 
 const Family kMediaTek = {
-    Chip::kMediaTek, "4 chip=mt6768", "mt0123456789abcdef0123456789000000", "/mnt/vendor/persist/startPara/",
+    Chip::kMediaTek,
+    "4 chip=mt6768",
+    "mt0123456789abcdef0123456789000000",
+    "/mnt/vendor/persist/startPara/",
     "mac=FC01",
     "buildTime=20240429V3&buildType=user&countrySha=F1E4AB3CD21FD5A315F12E599114F41261CBD03DEE4C1FE41088B44D7FAEF0E4&"
     "cpuID=mt0123456789abcdef0123456789000000&deviceBrand=Aldan&deviceModel=MDF1KX67&featureCode=FC01&"
@@ -51,7 +54,10 @@ const Family kMediaTek = {
      "3 ret=10 , out_size=10\n", "4 chip=mt6768", "4 queryProductFlag read /proinfo success", "4 chip=mt6768"}};
 
 const Family kUnisoc = {
-    Chip::kUnisoc, "4 chip=ums512", "spab12cd3400000000", "/mnt/vendor/productinfo/startPara/",
+    Chip::kUnisoc,
+    "4 chip=ums512",
+    "spab12cd3400000000",
+    "/mnt/vendor/productinfo/startPara/",
     "mac=FC01&IMEI=352099001761481",
     "buildTime=20240429V3&buildType=user&countrySha=87B61D3B6C0D2E4F83254667B67CCA839BAC071D830C5D72570FF73F9C54653F&"
     "cpuID=spab12cd3400000000&deviceBrand=Aldan&deviceModel=MDF1KU51&featureCode=FC01&"
@@ -59,8 +65,8 @@ const Family kUnisoc = {
     {"4 kelo_get_para in:mac=FC01&IMEI=352099001761481", "4 chip=ums512", "4 chip=ums512",
      "4 country_code=KZ3QVk=_XkY=", "4 t_len=12", "4 chip=ums512", "4 rid=spab12cd3400000000\n",
      "4 get_device_brand = Aldan", "4 get_device_name = MDF1KU51", "4 chip=ums512", "4 boot_mode = normal",
-     "4 ==spd_send_at_cmd start ==\n", "4 ==spd_send_at_cmd end 0== \n",
-     "4 get_IMEI: get imei[15]: 352099001761481", "4 IMEI=352099001761481\n", "4 chip=ums512", "4 chip=ums512"},
+     "4 ==spd_send_at_cmd start ==\n", "4 ==spd_send_at_cmd end 0== \n", "4 get_IMEI: get imei[15]: 352099001761481",
+     "4 IMEI=352099001761481\n", "4 chip=ums512", "4 chip=ums512"},
     {"4 chip=ums512", "4 country_code=KZ3QVk=_XkY=", "4 t_len=12", "4 chip=ums512", "4 val_buf=spab12cd3400000000\n",
      "4 get_device_brand = Aldan", "4 get_device_name = MDF1KU51", "4 chip=ums512", "4 chip=ums512", "4 chip=ums512",
      "4 boot_mode = normal", "4 chip=ums512", "4 boot_mode = normal", "4 ==spd_send_at_cmd start ==\n",
@@ -69,14 +75,18 @@ const Family kUnisoc = {
 enum Kind { kAuthorization, kParameters };
 constexpr Kind kKinds[] = {kAuthorization, kParameters};
 
-struct Names { std::string operation, check, file, temporary; };
+struct Names {
+  std::string operation, check, file, temporary;
+};
 const Names kNames[] = {{"kelo_import_aufile", "check_au_file", "auFile.dat", "auFile_tmp.dat"},
                         {"kelo_import_para_sign", "check_para_file", "startPara.dat", "startPara_tmp.dat"}};
 
 const std::string kBackup = "/kelofs/startPara/";
 const std::string kVerified = "6 EVP_DigestVerifyFinal  ret=1", kNotVerified = "6 EVP_DigestVerifyFinal  ret=0";
 
-std::string answer(const std::string& record) { return signed_record(default_signer(), signed_content(record)); }
+std::string answer(const std::string& record) {
+  return signed_record(default_signer(), signed_content(record));
+}
 
 // What the tool hands over for the phone of |family|, and what stands before it in the file.
 struct Signed {
@@ -193,15 +203,23 @@ TEST_F(RecordsTest, RefusesBadArgumentsBeforeTouchingAnything) {
   };
   const std::string get = "6 kelo_get_para err", in_au = "6 in is null or in_len is 0";
   const std::string in_para = "6 in == NULL || in_len == 0", too_long = "6 kelo_import_para_sign content too long";
-  struct { std::function<int()> call; int is_authed; std::string record, error; } const rows[] = {
-      {get_para(nullptr, 8, out, &len), 1, own, get}, {get_para("mac=FC01", 0, out, &len), 1, own, get},
-      {get_para("mac=FC01", 8, nullptr, &len), 1, own, get}, {get_para("mac=FC01", 8, out, nullptr), 1, own, get},
-      {get_para("mac=FC01", 8, out, &len), 0, own, get}, {[] { return kelo_import_aufile(nullptr, 8); }, 1, own, in_au},
-      {import_as(kAuthorization, au, 0), 1, own, in_au}, {import_as(kAuthorization, au, 4097), 1, own, in_au},
-      {import_as(kParameters, input, 0), 1, own, in_para}, {import_as(kParameters, input, 8), 0, own, in_para},
-      {[] { return kelo_import_para_sign(nullptr, 8); }, 1, own, in_para},
-      {import_as(kParameters, fits, 99999), 1, own + "&", too_long},
-      {import_as(kParameters, input, 8), 1, std::string(4096, 'x'), too_long}};
+  struct {
+    std::function<int()> call;
+    int is_authed;
+    std::string record, error;
+  } const rows[] = {{get_para(nullptr, 8, out, &len), 1, own, get},
+                    {get_para("mac=FC01", 0, out, &len), 1, own, get},
+                    {get_para("mac=FC01", 8, nullptr, &len), 1, own, get},
+                    {get_para("mac=FC01", 8, out, nullptr), 1, own, get},
+                    {get_para("mac=FC01", 8, out, &len), 0, own, get},
+                    {[] { return kelo_import_aufile(nullptr, 8); }, 1, own, in_au},
+                    {import_as(kAuthorization, au, 0), 1, own, in_au},
+                    {import_as(kAuthorization, au, 4097), 1, own, in_au},
+                    {import_as(kParameters, input, 0), 1, own, in_para},
+                    {import_as(kParameters, input, 8), 0, own, in_para},
+                    {[] { return kelo_import_para_sign(nullptr, 8); }, 1, own, in_para},
+                    {import_as(kParameters, fits, 99999), 1, own + "&", too_long},
+                    {import_as(kParameters, input, 8), 1, std::string(4096, 'x'), too_long}};
   for (const auto& row : rows) {
     SCOPED_TRACE(&row - rows);
     std::strcpy(PARA_FILE_PATH, "left");
@@ -222,9 +240,12 @@ TEST_F(RecordsTest, RefusesBadArgumentsBeforeTouchingAnything) {
 TEST_F(RecordsTest, TakesTheFeatureCodeFromTheRequest) {
   const std::string x127(127, 'x'), x128(128, 'x'), x2048(2048, 'x');
   const Lines no_mac = {"6 mac err"}, no_code = {"6 featureCode err"};
-  struct { std::string request, code; Lines errors; } const rows[] = {
-      {"mac=AB12&featureCode=X9", "AB12", {}}, {"phonemac=AB12&featureCode=&x=", "", no_mac + no_code},
-      {"mac=&featureCode=" + x127, x127, no_mac}, {"mac=" + x2048 + "&featureCode=X9", "X9", no_mac},
+  struct {
+    std::string request, code;
+    Lines errors;
+  } const rows[] = {
+      {"mac=AB12&featureCode=X9", "AB12", {}},          {"phonemac=AB12&featureCode=&x=", "", no_mac + no_code},
+      {"mac=&featureCode=" + x127, x127, no_mac},       {"mac=" + x2048 + "&featureCode=X9", "X9", no_mac},
       {"mac=" + x128 + "&featureCode=X9", "", no_code}, {"featureCode=" + x128, "", no_mac + no_code}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.request.substr(0, 40));
@@ -234,20 +255,29 @@ TEST_F(RecordsTest, TakesTheFeatureCodeFromTheRequest) {
     EXPECT_EQ(content_of(g_para_buf), record);
     const Lines log = take_log();
     EXPECT_EQ(errors(log), row.errors);
-    if (row.code.empty()) { EXPECT_EQ(log, Lines{"4 kelo_get_para in:" + row.request} + row.errors); }
+    if (row.code.empty()) {
+      EXPECT_EQ(log, Lines{"4 kelo_get_para in:" + row.request} + row.errors);
+    }
   }
 }
 
 TEST_F(RecordsTest, TakesOnlyAValidImeiFromTheRequest) {
-  struct Row { std::string imei, kept; Lines errors; };
+  struct Row {
+    std::string imei, kept;
+    Lines errors;
+  };
   const auto wrong = [](const std::string& imei, int check, int supplied) {
-    return Row{imei, imei, {"6 IMEI checksum err=" + imei, "6 IMEI checksum err=" + std::to_string(check),
-                            "6 IMEI tmp err=" + std::to_string(supplied)}};
+    return Row{imei,
+               imei,
+               {"6 IMEI checksum err=" + imei, "6 IMEI checksum err=" + std::to_string(check),
+                "6 IMEI tmp err=" + std::to_string(supplied)}};
   };
   const std::string d64(64, '1');
-  std::vector<Row> rows = {{"490154203237518", "490154203237518", {}}, wrong("490154203237517", 8, 7),
+  std::vector<Row> rows = {{"490154203237518", "490154203237518", {}},
+                           wrong("490154203237517", 8, 7),
                            {"49015420323751", "49015420323751", {"6 IMEI err=49015420323751"}},
-                           {d64, d64, {"6 IMEI err=" + d64}}, {d64 + "1", "", {"6 IMEI err="}}};
+                           {d64, d64, {"6 IMEI err=" + d64}},
+                           {d64 + "1", "", {"6 IMEI err="}}};
   // All zeros would be right, and a character that is no digit counts as zero.
   for (size_t at = 0; at < 15; at++) {
     for (const char character : {' ', '/', ':', '\x80', '\xFF'}) {
@@ -269,7 +299,10 @@ TEST_F(RecordsTest, TakesOnlyAValidImeiFromTheRequest) {
 }
 
 TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
-  struct { const Family& family; std::string key, change, error; } const rows[] = {
+  struct {
+    const Family& family;
+    std::string key, change, error;
+  } const rows[] = {
       {kMediaTek, "buildTime", "ro.system.build.version.incremental=", "get ro.system.build.version.incremental err"},
       {kMediaTek, "countrySha", "-/vendor/nvdata/APCFG/APRDEB/ANTI_CS", "get_black_country_sha err"},
       {kMediaTek, "buildType", "ro.build.type=", "get_build_type err"},
@@ -289,7 +322,9 @@ TEST_F(RecordsTest, EndsAtTheFirstGetterThatFails) {
     EXPECT_EQ(content_of(g_para_buf), row.family.record.substr(0, ("&" + row.family.record).find("&" + row.key + "=")));
     const Lines log = take_log();
     EXPECT_EQ(log.back(), "6 " + row.error);
-    if (row.key == "imei") { EXPECT_THAT(log, Contains("4 IMEI=\n")); }
+    if (row.key == "imei") {
+      EXPECT_THAT(log, Contains("4 IMEI=\n"));
+    }
   }
 }
 
@@ -342,16 +377,26 @@ TEST_F(RecordsTest, LeavesOnDiskWhatTheFailedStepLeft) {
     const std::string no_store = "6 mkdir PARA_FILE_PATH error =" + kMediaTek.store + " ";
     const std::string no_backup = "6 mkdir PARA_FILE_PATH_BK error =" + kBackup + " ";
     const std::string no_copy = "6 copy_file_sync err =-1 \n", cannot_open = "6 cannot open destination file=";
-    struct { std::string change; Lines errors; std::string temporary, file, backup; } const rows[] = {
+    struct {
+      std::string change;
+      Lines errors;
+      std::string temporary, file, backup;
+    } const rows[] = {
         {"+" + temporary, {open_failed}, "folder", "old", "old"},
         {"!" + temporary, {write_failed + std::to_string(size_t(-1))}, "link", "old", "old"},
         {"", {write_failed + "100"}, text.file().substr(0, 100), "old", "old"},
-        {"+" + file, {kVerified, "6 rename ERR  file_path_t=" + temporary + " , file_path=" + file + "\n"},
-         "new", "folder", "old"},
+        {"+" + file,
+         {kVerified, "6 rename ERR  file_path_t=" + temporary + " , file_path=" + file + "\n"},
+         "new",
+         "folder",
+         "old"},
         {"+" + backup, {kVerified, cannot_open + "21 ,dest= " + backup, no_copy}, "none", "new", "folder"},
         {"!" + backup, {kVerified, "6 write error", no_copy}, "none", "new", "link"},
-        {"./kelofs/startPara", {no_backup, kVerified, cannot_open + "20 ,dest= " + backup, no_copy},
-         "none", "new", "none"},
+        {"./kelofs/startPara",
+         {no_backup, kVerified, cannot_open + "20 ,dest= " + backup, no_copy},
+         "none",
+         "new",
+         "none"},
         {"-/mnt/vendor/persist", {no_store, open_failed}, "none", "none", "old"},
     };
     for (const auto& row : rows) {
@@ -417,13 +462,15 @@ TEST_F(RecordsTest, JudgesForgedFiles) {
     if (row[1] == "-") input.resize(input.size() - 200);
     const std::string text = (kind == kParameters ? record + "&" : "") + input;
     const bool is_verified = holds || row[4].ends_with("check_para err");
-    const std::string told = (is_verified ? joined({kVerified}) : "") + (is_verified && !holds ? "; " : "") +
-                             expand_for(family, row[4]);
+    const std::string told =
+        (is_verified ? joined({kVerified}) : "") + (is_verified && !holds ? "; " : "") + expand_for(family, row[4]);
 
     start(family);
     set_para_buf(record);
-    if (phones.contains(change)) make_phone(phones[change]);
-    else if (change != "a stranger's") alter(change);
+    if (phones.contains(change))
+      make_phone(phones[change]);
+    else if (change != "a stranger's")
+      alter(change);
     for (const std::string& path : {file, backup}) write_file(path, "old");
     EXPECT_EQ(import(kind, input, input.size()), holds - 1);
     EXPECT_EQ(look(family.store + temporary, text), holds ? "none" : "new");
@@ -497,10 +544,20 @@ TEST_F(RecordsTest, ReadsNoFurtherThanTheText) {
       return good.before + "x=" + std::string(size - good.file().size() - 3, 'x') + "&" + good.input;
     };
     const std::string nul(1, '\0'), file = good.file(), head = file.substr(0, file.find("&sign="));
-    struct { std::string text; bool is_valid; } const rows[] = {
-        {filled_to(4095), true}, {filled_to(4096), true}, {filled_to(4097), false}, {file + nul + "&sign=", true},
-        {file + "&x=" + std::string(9000, 'x'), true}, {head + nul + file.substr(head.size()), false},
-        {nul + file, false}, {file.substr(0, file.size() - 1), false}, {file.substr(0, 1), false}, {"", false},
+    struct {
+      std::string text;
+      bool is_valid;
+    } const rows[] = {
+        {filled_to(4095), true},
+        {filled_to(4096), true},
+        {filled_to(4097), false},
+        {file + nul + "&sign=", true},
+        {file + "&x=" + std::string(9000, 'x'), true},
+        {head + nul + file.substr(head.size()), false},
+        {nul + file, false},
+        {file.substr(0, file.size() - 1), false},
+        {file.substr(0, 1), false},
+        {"", false},
     };
     for (const auto& row : rows) {
       SCOPED_TRACE(kNames[kind].file + " row " + std::to_string(&row - rows));
@@ -522,21 +579,36 @@ TEST_F(RecordsTest, ReadsNoFurtherThanTheText) {
 TEST_F(RecordsTest, RepairsOneCopyFromTheOther) {
   const std::string good = "new", long_one = "long", bad = "bad", folder = "folder", none = "none", full = "link";
   const std::string gone = "gone";
-  struct Row { std::string primary, backup, primary_after, backup_after; bool is_valid = true; };
-  const Row rows[] = {
-      {good, long_one, good, long_one}, {good, bad, good, bad}, {good, folder, good, folder}, {good, none, good, good},
-      {bad, long_one, long_one, long_one}, {none, good, good, good}, {good, gone, good, none}, {gone, good, none, good},
-      {folder, good, folder, good}, {full, good, full, good}, {bad, bad, bad, bad, false},
-      {bad, none, bad, none, false}, {none, bad, none, bad, false}, {gone, gone, none, none, false},
-      {folder, folder, folder, folder, false}};
+  struct Row {
+    std::string primary, backup, primary_after, backup_after;
+    bool is_valid = true;
+  };
+  const Row rows[] = {{good, long_one, good, long_one},
+                      {good, bad, good, bad},
+                      {good, folder, good, folder},
+                      {good, none, good, good},
+                      {bad, long_one, long_one, long_one},
+                      {none, good, good, good},
+                      {good, gone, good, none},
+                      {gone, good, none, good},
+                      {folder, good, folder, good},
+                      {full, good, full, good},
+                      {bad, bad, bad, bad, false},
+                      {bad, none, bad, none, false},
+                      {none, bad, none, bad, false},
+                      {gone, gone, none, none, false},
+                      {folder, folder, folder, folder, false}};
   for (const Kind kind : kKinds) {
     const std::string text = sign_for(kind, kMediaTek).file(), long_text = text + "&x=" + std::string(9000, 'x');
     const auto set_up = [&](const std::string& store, const std::string& state) {
       const std::string path = store + kNames[kind].file;
       put_folder(store);
-      if (state == gone) test::remove(store);
-      else if (state == folder || state == full) alter((state == folder ? "+" : "!") + path);
-      else if (state != none) write_file(path, state == good ? text : state == long_one ? long_text : state);
+      if (state == gone)
+        test::remove(store);
+      else if (state == folder || state == full)
+        alter((state == folder ? "+" : "!") + path);
+      else if (state != none)
+        write_file(path, state == good ? text : state == long_one ? long_text : state);
     };
     const auto look_at = [&](const std::string& store) {
       const std::string found = look(store + kNames[kind].file, text);
@@ -558,10 +630,14 @@ TEST_F(RecordsTest, RepairsOneCopyFromTheOther) {
 // What the check logs before it reads a parameter file: |store| holds no authorization file and the backup neither.
 Lines no_au_file(const Family& family) {
   const std::string path = family.store + "auFile.dat";
-  return {"4 libkelchk_ver_20240429_01", family.line, "6 check_au_file open path error =" + path + " ",
+  return {"4 libkelchk_ver_20240429_01",
+          family.line,
+          "6 check_au_file open path error =" + path + " ",
           "6 check_au_file_path err  path =" + path + " \n",
           "6 check_au_file open path error =/kelofs/startPara/auFile.dat ",
-          "6 check_au_file_path ret=-1  path =" + path + " \n", "4 check_au_file ret =-1 \n", family.line};
+          "6 check_au_file_path ret=-1  path =" + path + " \n",
+          "4 check_au_file ret =-1 \n",
+          family.line};
 }
 
 TEST_F(RecordsTest, TellsWhichFileItJudged) {
@@ -570,11 +646,11 @@ TEST_F(RecordsTest, TellsWhichFileItJudged) {
     const std::string au_path = family.store + "auFile.dat", para_path = family.store + "startPara.dat";
     std::memset(PARA_FILE_PATH, 'x', sizeof PARA_FILE_PATH);
     EXPECT_EQ(kelo_is_para_correct(), -1);
-    const Lines no_para_file = {
-        "6 check_para_file open path error =" + para_path + " ",
-        "6 check_para_file_path err  path =" + para_path + " \n",
-        "6 check_para_file open path error =/kelofs/startPara/startPara.dat ",
-        "6 check_para_file_path err  path =/kelofs/startPara/startPara.dat \n", "4 check_para_file ret =-1 \n"};
+    const Lines no_para_file = {"6 check_para_file open path error =" + para_path + " ",
+                                "6 check_para_file_path err  path =" + para_path + " \n",
+                                "6 check_para_file open path error =/kelofs/startPara/startPara.dat ",
+                                "6 check_para_file_path err  path =/kelofs/startPara/startPara.dat \n",
+                                "4 check_para_file ret =-1 \n"};
     EXPECT_EQ(take_log(), no_au_file(family) + no_para_file);
     EXPECT_EQ(content_of(g_para_buf), family.record) << "no file could be opened, and yet it was touched";
     EXPECT_EQ(content_of(PARA_FILE_PATH), family.store);

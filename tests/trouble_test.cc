@@ -1,5 +1,7 @@
 // Every call into the system fails in its turn, or is the process's or the phone's last, and every allocation of the
 // crypto library fails: nothing breaks, nothing is accepted that would not be otherwise, and no stored file is lost.
+#include "tests/support/trouble.h"
+
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
@@ -15,10 +17,11 @@
 #include "kelchk.h"
 #include "tests/support/phone_test.h"
 #include "tests/support/pki.h"
-#include "tests/support/trouble.h"
 
 namespace phone {
-inline void PrintTo(Chip chip, std::ostream* out) { *out << (chip == Chip::kMediaTek ? "MediaTek" : "Unisoc"); }
+inline void PrintTo(Chip chip, std::ostream* out) {
+  *out << (chip == Chip::kMediaTek ? "MediaTek" : "Unisoc");
+}
 }  // namespace phone
 
 namespace {
@@ -147,8 +150,10 @@ struct Moments {
         const auto& [from, to] = *renamed;
         Files& changed = keeps_rename ? kept : current;
         auto moved = changed.extract(keeps_rename ? from : to);
-        if (keeps_rename) changed.erase(to);
-        else if (durable.contains(to)) changed[to] = durable[to];
+        if (keeps_rename)
+          changed.erase(to);
+        else if (durable.contains(to))
+          changed[to] = durable[to];
         if (moved) changed[keeps_rename ? to : from] = moved.mapped();
       }
       for (const std::string fate : {"old", "empty", "garbled"}) {
@@ -250,7 +255,7 @@ TEST_P(TroubleTest, ACutRepairIsDoneAgainButABackupStaysTorn) {
 
 struct Case {
   std::string name;
-  int result;                 // without trouble
+  int result;  // without trouble
   Operation operation;
   Files begin = {};           // what is stored before
   std::string imported = "";  // what is stored with a result of 0
@@ -326,7 +331,7 @@ class FaultsTest : public TroubleTest {
   }
 
   // Counts the calls or allocations without trouble, after what happens only once in a process.
-  unsigned count(const Case& row, unsigned Counts::* what) {
+  unsigned count(const Case& row, unsigned Counts::*what) {
     Counts counts;
     for (int i = 0; i < 2; i++) EXPECT_EQ(run(row, {}, counts), row.result) << row.name;
     points_ += counts.*what;

@@ -24,7 +24,9 @@ int failing_nth = 0;
 int forced_verdict = -1;  // of a chain verification that "fails"
 std::map<std::string, int> calls;
 
-bool fails(const std::string& name) { return ++calls[name] == failing_nth && name == failing_call; }
+bool fails(const std::string& name) {
+  return ++calls[name] == failing_nth && name == failing_call;
+}
 
 }  // namespace
 
@@ -60,7 +62,9 @@ constexpr int64_t kBeforeRoot = 86400, kAfterRoot = 0x9000'0000;
 constexpr size_t kNotLookedAt = SIZE_MAX;
 constexpr char kChallenge[] = "0AFF3C";
 
-Lines decoded(size_t len) { return {"3 EVP_DecodeBase64 f_cert_len=" + std::to_string(len)}; }
+Lines decoded(size_t len) {
+  return {"3 EVP_DecodeBase64 f_cert_len=" + std::to_string(len)};
+}
 const Lines kSignatureFails = {"6 EVP_DigestVerifyFinal  ret=0", "6 signature err \n"};
 
 Lines chain_report(uint32_t code) {
@@ -108,9 +112,16 @@ TEST_F(TrustTest, IssuesChallengesOfEveryLength) {
 TEST_F(TrustTest, EncodesWhatTheDeviceGivesAndTellsWhenItDoesNot) {
   const std::string device = "/dev/urandom";
   const auto gives = [=](const std::string& bytes) { return [=] { write_file(device, bytes); }; };
-  struct Row { std::function<void()> prepare; unsigned len; int result; std::string challenge; Lines log; };
+  struct Row {
+    std::function<void()> prepare;
+    unsigned len;
+    int result;
+    std::string challenge;
+    Lines log;
+  };
   const Row rows[] = {
-      {gives("\x12\x3f\xa0\xbc"), 5, 0, "123FA", {}}, {gives("\x0a\xff"), 8, 0, "0AFF0000", {}},
+      {gives("\x12\x3f\xa0\xbc"), 5, 0, "123FA", {}},
+      {gives("\x0a\xff"), 8, 0, "0AFF0000", {}},
       {[=] { put_folder(device); }, 4, -1, "", {"6 kelo_get_rand read /dev/urandom error=21"}},
       {[=] { test::remove(device); }, 4, -1, kChallenge, {"6 kelo_get_rand open /dev/urandom error=2"}}};
   for (const auto& [prepare, asked, result, challenge, log] : rows) {
@@ -161,15 +172,22 @@ TEST_F(TrustTest, RefusesAnotherLengthThanTheText) {
   const auto len = static_cast<unsigned>(record.size());
   const Guarded unending(record + "#");
   const char *text = record.c_str(), *no_end = unending.data();
-  for (const auto& [in, in_len] : {std::pair{text, len - 1}, {text, len + 1}, {text, UINT_MAX}, {no_end, len},
-                                   {no_end, 0U}, {nullptr, 0U}, {nullptr, 4U}}) {
+  for (const auto& [in, in_len] : {std::pair{text, len - 1},
+                                   {text, len + 1},
+                                   {text, UINT_MAX},
+                                   {no_end, len},
+                                   {no_end, 0U},
+                                   {nullptr, 0U},
+                                   {nullptr, 4U}}) {
     EXPECT_EQ(kelo_verify_rand(in, in_len), -1);
     EXPECT_THAT(take_log(), ElementsAre("6 in_len != strlen(in)"));
   }
   EXPECT_EQ(g_is_authed, 0);
 }
 
-struct Logs { Lines log, file; };
+struct Logs {
+  Lines log, file;
+};
 
 // What a chain verification logs that ends with |errors|, the one of the second run behind the one of the first.
 Logs chain_logs(const std::vector<int>& errors, bool holds) {
@@ -189,7 +207,11 @@ Logs chain_logs(const std::vector<int>& errors, bool holds) {
 // Has |body| run with a right clock, one before the root's start and one after its end, which not every phone can show:
 // told are the clock's column in the table of signers and the error that it gives a chain that holds.
 void at_each_clock(const std::function<void(size_t column, int error)>& body) {
-  struct Clock { int64_t time; size_t column; int error; };
+  struct Clock {
+    int64_t time;
+    size_t column;
+    int error;
+  };
   for (const auto& [time, column, error] : {Clock{0, 1, 0}, {kBeforeRoot, 2, 9}, {kAfterRoot, 3, 10}}) {
     if (static_cast<time_t>(time) != time) continue;
     SCOPED_TRACE("clock " + std::to_string(time));
@@ -217,14 +239,18 @@ void expect_record(const std::string& record, size_t decoded_len, const std::str
 // ---- The record ----
 
 TEST_F(TrustTest, ReadsTheTwoFieldsWithinTheirLimits) {
-  const Signer& signer = default_signer(), longest = make_signer({.comment_len = 2215});
+  const Signer &signer = default_signer(), longest = make_signer({.comment_len = 2215});
   const Signer shortest = make_signer({.key = "other", .name = "S", .extensions = {}, .comment_len = 27});
   const std::string cert = signer.certificate_text(), sig = base64(sign(signer.key.get(), kChallenge));
   const std::map<std::string, std::string> pieces = {
-      {"certificate", cert}, {"certificate in two lines", cert.substr(0, 64) + "\n" + cert.substr(65)},
-      {"certificate without its end", cert.substr(0, cert.size() - 4)}, {"signature", sig},
-      {"shortest", signed_record(shortest, kChallenge)}, {"longest", signed_record(longest, kChallenge)},
-      {"shortest certificate", shortest.certificate_text()}, {"signature begun anew", "*" + sig.substr(1)},
+      {"certificate", cert},
+      {"certificate in two lines", cert.substr(0, 64) + "\n" + cert.substr(65)},
+      {"certificate without its end", cert.substr(0, cert.size() - 4)},
+      {"signature", sig},
+      {"shortest", signed_record(shortest, kChallenge)},
+      {"longest", signed_record(longest, kChallenge)},
+      {"shortest certificate", shortest.certificate_text()},
+      {"signature begun anew", "*" + sig.substr(1)},
       {"too short", shortest.certificate_text().substr(0, 1023)},
       {"signature with a spare bit", sig.substr(0, 341) + static_cast<char>(sig[341] + 1) + "=="}};
   for (const Lines& row : forgeries("Texts")) {
@@ -258,20 +284,27 @@ TEST_F(TrustTest, AcceptsTheSignaturesOfSignersAlone) {
   std::string changed = right, of_curve;
   changed[255] = static_cast<char>(changed[255] ^ 1);
   while (of_curve.size() != 71) of_curve = sign(curve.key.get(), challenge);  // 71 bytes is its commonest length
-  struct Made { const Signer& by; std::string signature; };
+  struct Made {
+    const Signer& by;
+    std::string signature;
+  };
   const std::map<std::string, Made> made = {
-      {"as it should be", {signer, right}}, {"last byte changed", {signer, changed}},
-      {"one byte more", {signer, right + '\0'}}, {"one byte less", {signer, right.substr(0, 255)}},
+      {"as it should be", {signer, right}},
+      {"last byte changed", {signer, changed}},
+      {"one byte more", {signer, right + '\0'}},
+      {"one byte less", {signer, right.substr(0, 255)}},
       {"over the whole answer", {signer, sign(key, "randomNumber=" + challenge)}},
       {"over the challenge and its terminator", {signer, sign(key, challenge + '\0')}},
       {"over the chip id", {signer, sign(key, "mt0123456789abcdef0123456789000000")}},
       {"over the record", {signer, sign(key, signed_content(g_para_buf))}},
-      {"over an earlier challenge", {signer, sign(key, earlier)}}, {"over nothing", {signer, sign(key, "")}},
+      {"over an earlier challenge", {signer, sign(key, earlier)}},
+      {"over nothing", {signer, sign(key, "")}},
       {"by the root, beside another's certificate", {signer, sign(root().key.get(), challenge)}},
       {"with SHA-1", {signer, sign(key, challenge, EVP_sha1())}},
       {"with SHA-512", {signer, sign(key, challenge, EVP_sha512())}},
       {"with PSS padding", {signer, sign(key, challenge, EVP_sha256(), true)}},
-      {"by an RSA-1024 key", {weak, of_weak}}, {"by an RSA-4096 key", {big, of_big}},
+      {"by an RSA-1024 key", {weak, of_weak}},
+      {"by an RSA-4096 key", {big, of_big}},
       {"by an ECDSA key", {curve, of_curve}},
       {"by an RSA-1024 key, filled up to 256 bytes", {weak, zeros.substr(128) + of_weak}},
       {"by an RSA-4096 key, cut to 256 bytes", {big, of_big.substr(0, 256)}},
@@ -326,25 +359,40 @@ TEST_F(TrustTest, AcceptsTheRootsSignersAloneWhateverTheClockSays) {
   const SignerOptions expired = {.not_before = "230101000000Z", .not_after = "230601000000Z"};
   const auto damage = [](Signer& signer) { signer.der.back() ^= 1; };
 
-  struct Made { SignerOptions options; std::function<void(Signer&)> change = [](Signer&) {}; };
+  struct Made {
+    SignerOptions options;
+    std::function<void(Signer&)> change = [](Signer&) {};
+  };
   const std::map<std::string, Made> made = {
-      {"issued by the root", {}}, {"expired", {expired}}, {"not yet valid", {{.not_before = "390601000000Z"}}},
-      {"valid beyond 2038", {{.not_after = "491231235959Z"}}}, {"a CA", {between}},
-      {"valid beyond 2050", {{.not_after = "20790101000000Z"}}}, {"without extensions", {{.extensions = {}}}},
-      {"the root itself", {{}, [](Signer& signer) { signer = {bssl::UpRef(root().key), nullptr, root().der}; }}},
+      {"issued by the root", {}},
+      {"expired", {expired}},
+      {"not yet valid", {{.not_before = "390601000000Z"}}},
+      {"valid beyond 2038", {{.not_after = "491231235959Z"}}},
+      {"a CA", {between}},
+      {"valid beyond 2050", {{.not_after = "20790101000000Z"}}},
+      {"without extensions", {{.extensions = {}}}},
+      {"the root itself",
+       {{},
+        [](Signer& signer) {
+          signer = {bssl::UpRef(root().key), nullptr, root().der};
+        }}},
       {"for another purpose, with a list of the revoked", {{.extensions = for_servers}}},
-      {"signed with SHA-512", {{.digest = EVP_sha512()}}}, {"signed with SHA-1", {{.digest = EVP_sha1()}}},
-      {"signed with MD5", {{.digest = EVP_md5()}}}, {"another root", {other_ca}},
+      {"signed with SHA-512", {{.digest = EVP_sha512()}}},
+      {"signed with SHA-1", {{.digest = EVP_sha1()}}},
+      {"signed with MD5", {{.digest = EVP_md5()}}},
+      {"another root", {other_ca}},
       {"bytes behind it", {{}, [](Signer& signer) { signer.der += "x"; }}},
       {"self-signed", {{.key = "other", .self_signed = true, .extensions = {}}}},
-      {"another root's", {{.issuer = &another_root}}}, {"a root with the root's name", {with_root_name}},
+      {"another root's", {{.issuer = &another_root}}},
+      {"a root with the root's name", {with_root_name}},
       {"issued under the root's name", {{.issuer = &forged_root}}},
       {"issued under the root's name, without its key's id",
        {{.issuer = &forged_root, .extensions = without_authority}}},
       {"an intermediate's", {{.issuer = &intermediate}}},
       {"an intermediate's, which stands behind it",
        {{.issuer = &intermediate}, [&](Signer& signer) { signer.der += intermediate.der; }}},
-      {"a bit of its signature flipped", {{}, damage}}, {"a bit of its signature flipped, expired", {expired, damage}},
+      {"a bit of its signature flipped", {{}, damage}},
+      {"a bit of its signature flipped, expired", {expired, damage}},
       {"a bit of its content flipped", {{}, [](Signer& signer) { signer.der[signer.der.size() - 300] ^= 1; }}},
       {"unknown critical extension", {{.extensions = with_critical}}}};
   judge_forgeries("Signers", made, [](const Made& forged, const Lines& row) {

@@ -5,8 +5,8 @@
 
 namespace kelchk {
 
-// Reads a system property into |out|. False, with the empty text, when it is absent; one that is set to "false" cannot be
-// told from that.
+// Reads a system property into |out|. False, with the empty text, when it is absent; one that is set to "false" cannot
+// be told from that.
 [[nodiscard]] bool read_property(const char* name, Text& out) noexcept;
 
 // One system property, as it was when this was made. An absent property, or one that the system cannot read, has the

@@ -1,8 +1,8 @@
 // An authorization file, in a buffer of exactly its size.
 #include <memory>
 
-#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
+#include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzz::make_phone(phone::Chip::kMediaTek);

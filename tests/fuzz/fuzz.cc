@@ -44,7 +44,9 @@ int property_get(const char* key, char* value, const char* default_value) {
 }
 
 void sync() noexcept {}
-int fsync(int) { return 0; }
+int fsync(int) {
+  return 0;
+}
 
 namespace fuzz {
 
@@ -86,6 +88,8 @@ Round::~Round() {
   if (lowest_free_descriptor() != free_descriptor_) std::abort();
 }
 
-void set_properties(std::string_view record) { properties_text = record; }
+void set_properties(std::string_view record) {
+  properties_text = record;
+}
 
 }  // namespace fuzz

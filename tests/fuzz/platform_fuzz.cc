@@ -8,8 +8,8 @@
 #include <iterator>
 #include <memory>
 
-#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 

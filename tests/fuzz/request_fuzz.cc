@@ -1,8 +1,8 @@
 // A request for the device parameter record.
 #include <memory>
 
-#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
+#include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzz::make_phone(phone::Chip::kUnisoc);

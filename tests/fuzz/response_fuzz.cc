@@ -1,6 +1,6 @@
 // A challenge response.
-#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
+#include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const fuzz::Round round;

@@ -1,14 +1,13 @@
 // Stored files of any bytes: which of the four copies are there, and what each holds.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "tests/fuzz/fuzz.h"
 #include "kelchk.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 
-constexpr const char* kPaths[] = {
-    "/mnt/vendor/persist/startPara/auFile.dat", "/kelofs/startPara/auFile.dat",
-    "/mnt/vendor/persist/startPara/startPara.dat", "/kelofs/startPara/startPara.dat"};
+constexpr const char* kPaths[] = {"/mnt/vendor/persist/startPara/auFile.dat", "/kelofs/startPara/auFile.dat",
+                                  "/mnt/vendor/persist/startPara/startPara.dat", "/kelofs/startPara/startPara.dat"};
 
 }  // namespace
 

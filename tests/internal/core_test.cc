@@ -8,14 +8,29 @@ namespace {
 using namespace test;
 
 TEST(Record, FindsWholeKeysOnly) {
-  struct Row { const char *record, *key; size_t capacity; const char* value; };
-  for (const Row& row : {Row{"factoryCert=AAA&sign=BBB", "sign", 64, "BBB"}, {"factoryCert=AAA", "Cert", 64, ""},
-                         {"version=3", "ver", 64, ""}, {"x=sign=9&sign=7", "sign", 64, "7"},
-                         {"k=12345&k=9", "k", 5, "9"}, {"k=1&k=2", "k", 5, "1"},
-                         {"k=&k=2", "k", 5, ""}, {"k=1234", "k", 5, "1234"},
-                         {"k=1234", "k", 4, ""}, {"k=1", "k", 1, ""}, {"", "k", 8, ""}, {"k", "k", 8, ""},
-                         {"k=QQ==", "k", 8, "QQ=="}, {"a=1&k", "k", 8, ""}, {"K=1", "k", 8, ""}, {" k=1", "k", 8, ""},
-                         {"&&k= 1\n&", "k", 8, " 1\n"}, {"=1&k=2", "", 8, ""}}) {
+  struct Row {
+    const char *record, *key;
+    size_t capacity;
+    const char* value;
+  };
+  for (const Row& row : {Row{"factoryCert=AAA&sign=BBB", "sign", 64, "BBB"},
+                         {"factoryCert=AAA", "Cert", 64, ""},
+                         {"version=3", "ver", 64, ""},
+                         {"x=sign=9&sign=7", "sign", 64, "7"},
+                         {"k=12345&k=9", "k", 5, "9"},
+                         {"k=1&k=2", "k", 5, "1"},
+                         {"k=&k=2", "k", 5, ""},
+                         {"k=1234", "k", 5, "1234"},
+                         {"k=1234", "k", 4, ""},
+                         {"k=1", "k", 1, ""},
+                         {"", "k", 8, ""},
+                         {"k", "k", 8, ""},
+                         {"k=QQ==", "k", 8, "QQ=="},
+                         {"a=1&k", "k", 8, ""},
+                         {"K=1", "k", 8, ""},
+                         {" k=1", "k", 8, ""},
+                         {"&&k= 1\n&", "k", 8, " 1\n"},
+                         {"=1&k=2", "", 8, ""}}) {
     const Guarded record(row.record), value(std::string(row.capacity, '#'));
     kelchk::get_value_by_key(record.view(), row.key, value.data(), row.capacity);
     EXPECT_STREQ(value.data(), row.value) << row.record << " " << row.key;

@@ -69,11 +69,21 @@ void check(Chip chip, const Lines& chip_line, const std::vector<Row>& rows) {
   }
 }
 
-Prepare file(const char* path, const std::string& content) { return [=] { write_file(path, content); }; }
-Prepare property(const char* name, const std::string& value) { return [=] { set_property(name, value); }; }
-Prepare no(const char* path) { return [=] { test::remove(path); }; }
-Prepare folder(const char* path) { return [=] { put_folder(path); }; }
-Prepare vendor(const char* name, const char* path) { return [=] { install_vendor(name, path); }; }
+Prepare file(const char* path, const std::string& content) {
+  return [=] { write_file(path, content); };
+}
+Prepare property(const char* name, const std::string& value) {
+  return [=] { set_property(name, value); };
+}
+Prepare no(const char* path) {
+  return [=] { test::remove(path); };
+}
+Prepare folder(const char* path) {
+  return [=] { put_folder(path); };
+}
+Prepare vendor(const char* name, const char* path) {
+  return [=] { install_vendor(name, path); };
+}
 void nothing() {}
 
 TEST(MediaTek, Identifiers) {
@@ -85,7 +95,8 @@ TEST(MediaTek, Identifiers) {
     return file(kProinfo, std::string(4096, '\xab').replace(offset, bytes.size(), bytes));
   };
   check(Chip::kMediaTek, {"4 chip=mt6768"},
-        {{file("/proc/rid", "\x01\xff"), read_rid, 0, "mt01ff", {}}, {folder("/proc/rid"), read_rid, 0, "mt", {}},
+        {{file("/proc/rid", "\x01\xff"), read_rid, 0, "mt01ff", {}},
+         {folder("/proc/rid"), read_rid, 0, "mt", {}},
          {file("/proc/rid", std::string(40, '\x5a')), read_rid, 0, "mt5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a", {}},
          {no("/proc/rid"), read_rid, -1, "", {"6 Failed to open chip rid file /proc/rid, errno=2"}},
          {proinfo(64, "\x1a\xb2\xc3\xd4\xe5\xf6\x07\x98"), get_IMEI, 0, "A12B3C4D5E6F708", read},
@@ -107,7 +118,10 @@ TEST(MediaTek, NvramRecords) {
   const auto without = [=](const char* step, const char* symbol) {
     return failed({"6 dlsym "s + step + " " + no_symbol(kNvram, symbol)});
   };
-  const auto unopenable = [] { test::remove(kWifi); ::mknod(kWifi, S_IFSOCK | 0666, 0); };
+  const auto unopenable = [] {
+    test::remove(kWifi);
+    ::mknod(kWifi, S_IFSOCK | 0666, 0);
+  };
   const Lines no_hash = {"6 get_black_country_sha nvram_read_by_name fail\n"}, whole = read("2048", "1509", "1509");
   const std::string hash = "F1E4AB3CD21FD5A315F12E599114F41261CBD03DEE4C1FE41088B44D7FAEF0E4";
   const auto changed = [](size_t offset) {
@@ -121,7 +135,8 @@ TEST(MediaTek, NvramRecords) {
          {no(kNvram), get_mac_addr, -1, "", failed({"6 dlopen "s + kNvram + " " + no_library(kNvram) + "\n"})},
          {vendor("empty", kNvram), get_mac_addr, -1, "", without("nvm_get_file_desc", "NVM_GetFileDesc")},
          {vendor("no_id", kNvram), get_mac_addr, -1, "", without("nvm_get_lid_by_name", "NVM_GetLIDByName")},
-         {changed(1), get_country, 0, hash, whole}, {changed(8), get_country, 0, hash, whole},
+         {changed(1), get_country, 0, hash, whole},
+         {changed(8), get_country, 0, hash, whole},
          {changed(1509), get_country, 0, hash, whole},
          {file(kAntiCs, std::string(1508, '\0')), get_country, -1, "", read("1508", "1508", "1509") + no_hash}});
   for (const size_t covered : {0U, 9U, 1508U}) {
@@ -140,8 +155,14 @@ TEST_F(ReadersTest, BoundTheirArgumentsAndKeepTheOutputOnFailure) {
   write_file("/full", std::string(5000, 'r'));
   const std::string longest(255, 'n'), too_long(256, 'n');
   const char* refused = "6 nvram_read_by_name param err \n";
-  struct Call { const char* name; unsigned size; int result; const char* line; };
-  for (const Call& call : {Call{"/full", 4097, -1, refused}, {too_long.c_str(), 1, -1, refused},
+  struct Call {
+    const char* name;
+    unsigned size;
+    int result;
+    const char* line;
+  };
+  for (const Call& call : {Call{"/full", 4097, -1, refused},
+                           {too_long.c_str(), 1, -1, refused},
                            {longest.c_str(), 1, -1, "6 nvm_get_lid_by_name fail reson =(null)\n"},
                            {"/unreadable", 10, -1, "6 read fail reson =(null)\n"},
                            {kWifi, 513, -1, "6 ret=512 , out_size=513\n"},
@@ -167,7 +188,8 @@ TEST(Unisoc, Identifiers) {
          {file(kChipUid, uid + "A"), read_rid, -1, kAnything, too_long("257")},
          {file(kChipUid, uid + "AAA"), read_rid, -1, kAnything, too_long("259")},
          {file(kChipUid, uid + uid), read_rid, -1, kAnything, too_long("259")},
-         {file(kChipUid, ""), read_rid, -1, "", unread_uid}, {folder(kChipUid), read_rid, -1, "", unread_uid},
+         {file(kChipUid, ""), read_rid, -1, "", unread_uid},
+         {folder(kChipUid), read_rid, -1, "", unread_uid},
          {no(kChipUid), read_rid, -1, "", {"6 Failed to open chip rid file "s + kChipUid + ", errno=2"}},
          {file(kWifiMac, "::aA:\n\0:b"s), get_mac_addr, 0, "aA\n", {}},
          {file(kWifiMac, full + "12"), get_mac_addr, 0, full + "1", {}},
@@ -176,7 +198,8 @@ TEST(Unisoc, Identifiers) {
          {file(kMiscdata, "\0\xff#3ABCDEF0123456789more"s), get_PSN, 0, "ABCDEF0123456789", {}},
          {file(kMiscdata, "....ABC\0EF0123456789"s), get_PSN, -1, "", {"6 psn len  error:=3"}},
          {file(kMiscdata, "..."), get_PSN, -1, "", {"6 psn len  error:=0"}},
-         {file(kMiscdata, ""), get_PSN, -1, "", unread_psn}, {no(kMiscdata), get_PSN, -1, "", unopened(kMiscdata)},
+         {file(kMiscdata, ""), get_PSN, -1, "", unread_psn},
+         {no(kMiscdata), get_PSN, -1, "", unopened(kMiscdata)},
          {property(kPartitions, std::string(91, '/')), get_PSN, -1, "", unopened(std::string(91, '/') + "miscdata")},
          {property(kPartitions, ""), get_PSN, -1, "", unopened("miscdata")}});
 }
@@ -192,9 +215,15 @@ TEST(Unisoc, Imei) {
   const std::string try_64 = "6 dlopen vendor/lib/libatci.so " + no_library(kAtci) + ", try lib64\n";
   const std::string no_64 = "6 dlopen vendor/lib64/libatci.so " + no_library(kAtci64) + "\n";
   const auto supplied = [](const char* mode, const char* text) {
-    return [=] { set_property("ro.bootmode", mode); std::strcpy(g_sprd_imei, text); };
+    return [=] {
+      set_property("ro.bootmode", mode);
+      std::strcpy(g_sprd_imei, text);
+    };
   };
-  const auto only_64 = [] { install_vendor("atci", kAtci64); test::remove(kAtci); };
+  const auto only_64 = [] {
+    install_vendor("atci", kAtci64);
+    test::remove(kAtci);
+  };
   check(Chip::kUnisoc, {"4 chip=ums512"},
         {{file(kModem, imei + "\r\nOK\r\n\0more"s), get_IMEI, 0, imei + "\r\nOK\r\n", answered(imei + "\r\nOK\r\n")},
          {file(kModem, ""), get_IMEI, -1, "", answered("")},
@@ -232,7 +261,9 @@ TEST(Unisoc, Country) {
          {folder(kFinstatus), get_country, -1, "", {"6 read "s + kFinstatus + " fail\n"}}});
 }
 
-int ask(Text&) noexcept { return is_device_efused(); }
+int ask(Text&) noexcept {
+  return is_device_efused();
+}
 
 TEST(MediaTek, Efuse) {
   std::vector<Row> rows;
@@ -248,10 +279,17 @@ TEST(Unisoc, Efuse) {
   const std::string no_64 = "6 dlopen "s + kEfuse64 + " " + no_library(kEfuse64) + "\n";
   const std::string symbol = "efuse_secure_is_enabled", undefined = "6 dlsym " + symbol + " ";
   const auto end = [](const char* result) { return Lines{"4 ==spd_efuse_secure_is_enabled end "s + result + "== \n"}; };
-  const auto only_64 = [](const char* name) { return [=] { install_vendor(name, kEfuse64); test::remove(kEfuse); }; };
+  const auto only_64 = [](const char* name) {
+    return [=] {
+      install_vendor(name, kEfuse64);
+      test::remove(kEfuse);
+    };
+  };
   check(Chip::kUnisoc, {"4 chip=ums512"},
-        {{file(kFuse, "0"), ask, 0, "", start + end("0")}, {file(kFuse, "2"), ask, 0, "", start + end("2")},
-         {no(kFuse), ask, 0, "", start + end("-1")}, {only_64("efuse"), ask, 1, "", start + Lines{no_32} + end("1")},
+        {{file(kFuse, "0"), ask, 0, "", start + end("0")},
+         {file(kFuse, "2"), ask, 0, "", start + end("2")},
+         {no(kFuse), ask, 0, "", start + end("-1")},
+         {only_64("efuse"), ask, 1, "", start + Lines{no_32} + end("1")},
          {only_64("empty"), ask, 1, "", start + Lines{no_32, undefined + no_symbol(kEfuse64, symbol)}},
          {vendor("empty", kEfuse), ask, 1, "", start + Lines{undefined + no_symbol(kEfuse, symbol)}},
          {no(kEfuse), ask, 1, "", start + Lines{no_32, no_64}}});
@@ -266,9 +304,17 @@ TEST(Attributes, OfTheProduct) {
     return Row{property("ro.product.device", value), get_device_name, 0, text, {"4 get_device_name = " + text}};
   };
   check(Chip::kMediaTek, {},
-        {brand("A-B_C", "A-B"), brand("Foo Bar", "Foo"), brand("_x", ""), brand("a b-c", "a b"),
-         brand(longest, longest), model("abc-def_ghi", "MDF1ghi"), model("a-b-c", "MDF1c"),
-         model("abc", "MDF1abc"), model("abc_", "MDF1"), model("a b", "MDF1b"), model(longest, "MDF1" + longest),
+        {brand("A-B_C", "A-B"),
+         brand("Foo Bar", "Foo"),
+         brand("_x", ""),
+         brand("a b-c", "a b"),
+         brand(longest, longest),
+         model("abc-def_ghi", "MDF1ghi"),
+         model("a-b-c", "MDF1c"),
+         model("abc", "MDF1abc"),
+         model("abc_", "MDF1"),
+         model("a b", "MDF1b"),
+         model(longest, "MDF1" + longest),
          {property("ro.product.brand", ""), get_device_brand, -1, "", {"6 get ro.product.brand err"}},
          {property("ro.product.device", ""), get_device_name, -1, "", {"6 get ro.product.name err=false\n"}},
          {nothing, get_build_time, 0, "20240429V3", {}},

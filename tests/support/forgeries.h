@@ -19,8 +19,10 @@ template <typename Made, typename Judge>
 void judge_forgeries(const std::string& heading, std::map<std::string, Made> made, const Judge& judge) {
   for (const Lines& row : forgeries(heading)) {
     SCOPED_TRACE(row[0]);
-    if (const auto forged = made.extract(row[0])) judge(forged.mapped(), row);
-    else ADD_FAILURE() << "nobody makes it";
+    if (const auto forged = made.extract(row[0]))
+      judge(forged.mapped(), row);
+    else
+      ADD_FAILURE() << "nobody makes it";
   }
   for (const auto& [name, forged] : made) ADD_FAILURE() << name << " stands in no row";
 }

@@ -60,9 +60,13 @@ void make_phone(const phone::Identity& identity) {
   take_log();
 }
 
-void make_phone(Chip chip) { make_phone(phone::default_identity(chip)); }
+void make_phone(Chip chip) {
+  make_phone(phone::default_identity(chip));
+}
 
-void set_property(const std::string& name, const std::string& value) { phone::set_property("/", name, value); }
+void set_property(const std::string& name, const std::string& value) {
+  phone::set_property("/", name, value);
+}
 
 std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -82,7 +86,9 @@ void put_folder(const std::string& path) {
   fs::create_directories(path);
 }
 
-void remove(const std::string& path) { fs::remove_all(path); }
+void remove(const std::string& path) {
+  fs::remove_all(path);
+}
 
 void install_vendor(const std::string& name, const std::string& path) {
   fs::remove_all(path);
@@ -95,7 +101,9 @@ bool unload(const std::string& path) {
   return handle != nullptr && ::dlclose(handle) == 0 && ::dlclose(handle) == 0;
 }
 
-Lines take_log() { return std::exchange(messages, {}); }
+Lines take_log() {
+  return std::exchange(messages, {});
+}
 
 Lines take_log_file() {
   const char* path = "/kelofs/startPara/log.txt";
@@ -106,7 +114,9 @@ Lines take_log_file() {
   return lines;
 }
 
-void set_clock(time_t now) { stopped_at = now; }
+void set_clock(time_t now) {
+  stopped_at = now;
+}
 
 size_t open_descriptors() {
   return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
@@ -144,7 +154,9 @@ Guarded::Guarded(std::string_view bytes) : size_(bytes.size()) {
   bytes.copy(data(), size_);
 }
 
-Guarded::~Guarded() { ::munmap(end_ - (mapped_ - static_cast<size_t>(::sysconf(_SC_PAGESIZE))), mapped_); }
+Guarded::~Guarded() {
+  ::munmap(end_ - (mapped_ - static_cast<size_t>(::sysconf(_SC_PAGESIZE))), mapped_);
+}
 
 void PhoneTest::SetUp() {
   make_phone(Chip::kMediaTek);

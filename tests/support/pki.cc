@@ -61,7 +61,9 @@ void add_extension(X509* certificate, X509* issuer, int nid, const std::string& 
   require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1), value);
 }
 
-void set_time(ASN1_TIME* time, const std::string& text) { require(ASN1_TIME_set_string(time, text.c_str()), text); }
+void set_time(ASN1_TIME* time, const std::string& text) {
+  require(ASN1_TIME_set_string(time, text.c_str()), text);
+}
 
 }  // namespace
 
@@ -69,7 +71,9 @@ const std::vector<std::pair<int, std::string>> kCaExtensions = {{NID_basic_const
                                                                 {NID_key_usage, "critical,keyCertSign,cRLSign"},
                                                                 {NID_subject_key_identifier, "hash"}};
 
-std::string Signer::certificate_text() const { return base64(der); }
+std::string Signer::certificate_text() const {
+  return base64(der);
+}
 
 const Signer& root() {
   static const Signer signer = load_root();
@@ -86,8 +90,10 @@ Signer make_signer(const SignerOptions& options) {
 
   X509_set_version(certificate, 2);
   ASN1_INTEGER_set(X509_get_serialNumber(certificate), 20240429);
-  if (options.has_root_name) X509_set_subject_name(certificate, X509_get_subject_name(root().certificate.get()));
-  else set_name(X509_get_subject_name(certificate), options.name);
+  if (options.has_root_name)
+    X509_set_subject_name(certificate, X509_get_subject_name(root().certificate.get()));
+  else
+    set_name(X509_get_subject_name(certificate), options.name);
   X509_set_issuer_name(certificate, X509_get_subject_name(issuer));
   set_time(X509_getm_notBefore(certificate), options.not_before);
   set_time(X509_getm_notAfter(certificate), options.not_after);

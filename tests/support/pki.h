@@ -28,11 +28,11 @@ struct Signer {
 };
 
 struct SignerOptions {
-  std::string key = "signer";          // a file of the build's test keys: signer, other, rsa1024, rsa4096 or ec
-  const Signer* issuer = nullptr;      // null: the root
-  bool self_signed = false;            // then |issuer| is not looked at
-  std::string name = "Station 07";     // common name
-  bool has_root_name = false;          // instead bears the root's own name
+  std::string key = "signer";       // a file of the build's test keys: signer, other, rsa1024, rsa4096 or ec
+  const Signer* issuer = nullptr;   // null: the root
+  bool self_signed = false;         // then |issuer| is not looked at
+  std::string name = "Station 07";  // common name
+  bool has_root_name = false;       // instead bears the root's own name
   std::string not_before = "230601000000Z";
   std::string not_after = "400601000000Z";
   const EVP_MD* digest = EVP_sha256();

@@ -20,8 +20,12 @@ using test::Trouble;
 const Trouble* trouble = nullptr;  // of the operation that runs
 test::Counts counts;
 
-std::string text_of(const char* path) { return path; }
-std::string text_of(int fd) { return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string(); }
+std::string text_of(const char* path) {
+  return path;
+}
+std::string text_of(int fd) {
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string();
+}
 
 // What this program calls meanwhile is not the operation's.
 class Aside {
@@ -61,12 +65,11 @@ Trouble::Kind meet(const char* call, File file, const char* to = "") {
 
 // These come before the C library's: the program's own symbols are looked up first. They have other names here, because
 // its headers hold checked variants of some.
-#define SYSTEM(result, name, parameters, ...)                                                    \
-  result my_##name parameters __asm__(#name);                                                    \
-  result my_##name parameters {                                                                  \
-    [[maybe_unused]] static const auto real =                                                    \
-        reinterpret_cast<result(*) parameters>(::dlsym(RTLD_NEXT, #name));                       \
-    __VA_ARGS__                                                                                  \
+#define SYSTEM(result, name, parameters, ...)                                                                    \
+  result my_##name parameters __asm__(#name);                                                                    \
+  result my_##name parameters {                                                                                  \
+    [[maybe_unused]] static const auto real = reinterpret_cast<result(*) parameters>(::dlsym(RTLD_NEXT, #name)); \
+    __VA_ARGS__                                                                                                  \
   }
 SYSTEM(int, rename, (const char* from, const char* to), return meet("rename", from, to) ? -1 : real(from, to);)
 SYSTEM(int, mkdir, (const char* path, mode_t mode), return meet("mkdir", path) ? -1 : real(path, mode);)
@@ -77,51 +80,34 @@ SYSTEM(int, fsync, (int fd), return meet("fsync", fd) ? -1 : real(fd);)
 SYSTEM(int, ftruncate, (int fd, off_t len), return meet("ftruncate", fd) ? -1 : real(fd, len);)
 SYSTEM(off_t, lseek, (int fd, off_t by, int whence), return meet("lseek", fd) ? -1 : real(fd, by, whence);)
 SYSTEM(void, sync, (), meet("sync", "");)
-SYSTEM(int, open, (const char* path, int flags, ...),
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-  va_end(more);
-  return meet("open", path) ? -1 : real(path, flags, mode);)
+SYSTEM(int, open, (const char* path, int flags, ...), va_list more; va_start(more, flags);
+       const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0; va_end(more);
+       return meet("open", path) ? -1 : real(path, flags, mode);)
 SYSTEM(int, property_get, (const char* name, char* value, const char* fallback),
-  if (meet("property_get", name)) return -1;
-  const Aside aside;
-  return real(name, value, fallback);)
-SYSTEM(int, close, (int fd),
-  Dl_info caller = {};
-  ::dladdr(__builtin_return_address(0), &caller);
-  const bool is_library = std::string_view(caller.dli_fname ? caller.dli_fname : "").ends_with("/libkelchk.so");
-  EXPECT_TRUE(!is_library || (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0) << "a program that it starts would inherit it";
-  const bool fails = meet("close", fd);
-  const int error = errno, result = real(fd);
-  if (fails) errno = error;
-  return fails ? -1 : result;)
-SYSTEM(ssize_t, read, (int fd, void* out, size_t cap),
-  const auto met = meet("read", fd);
-  if (met != Trouble::kFallsShort) return met ? -1 : real(fd, out, cap);
-  std::string all(cap, '\0');
-  const ssize_t count = real(fd, all.data(), cap);
-  if (count <= 0) return count;
-  const Aside aside;
-  ::lseek(fd, count / 2 - count, SEEK_CUR);
-  return static_cast<ssize_t>(all.copy(static_cast<char*>(out), static_cast<size_t>(count / 2)));)
-SYSTEM(ssize_t, write, (int fd, const void* bytes, size_t len),
-  const auto met = meet("write", fd);
-  if (met == Trouble::kFails) return -1;
-  if (!met && (trouble == nullptr || !trouble->watch)) return real(fd, bytes, len);
-  const ssize_t half = real(fd, bytes, len / 2);
-  if (met == Trouble::kDiesHalfway) ::_exit(0);
-  if (met) return half;
-  tell("half", fd);
-  return half + real(fd, static_cast<const char*>(bytes) + len / 2, len - len / 2);)
+       if (meet("property_get", name)) return -1;
+       const Aside aside; return real(name, value, fallback);)
+SYSTEM(int, close, (int fd), Dl_info caller = {}; ::dladdr(__builtin_return_address(0), &caller);
+       const bool is_library = std::string_view(caller.dli_fname ? caller.dli_fname : "").ends_with("/libkelchk.so");
+       EXPECT_TRUE(!is_library || (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0)
+       << "a program that it starts would inherit it";
+       const bool fails = meet("close", fd); const int error = errno, result = real(fd); if (fails) errno = error;
+       return fails ? -1 : result;)
+SYSTEM(ssize_t, read, (int fd, void* out, size_t cap), const auto met = meet("read", fd);
+       if (met != Trouble::kFallsShort) return met ? -1 : real(fd, out, cap); std::string all(cap, '\0');
+       const ssize_t count = real(fd, all.data(), cap); if (count <= 0) return count; const Aside aside;
+       ::lseek(fd, count / 2 - count, SEEK_CUR);
+       return static_cast<ssize_t>(all.copy(static_cast<char*>(out), static_cast<size_t>(count / 2)));)
+SYSTEM(ssize_t, write, (int fd, const void* bytes, size_t len), const auto met = meet("write", fd);
+       if (met == Trouble::kFails) return -1;
+       if (!met && (trouble == nullptr || !trouble->watch)) return real(fd, bytes, len);
+       const ssize_t half = real(fd, bytes, len / 2); if (met == Trouble::kDiesHalfway)::_exit(0); if (met) return half;
+       tell("half", fd); return half + real(fd, static_cast<const char*>(bytes) + len / 2, len - len / 2);)
 // What the C library writes for these it writes unseen.
-SYSTEM(int, dprintf, (int fd, const char* format, const char* line),
-  EXPECT_STREQ(format, "%s\n");
-  return static_cast<int>(my_write(fd, (line + std::string("\n")).data(), std::strlen(line) + 1));)
+SYSTEM(int, dprintf, (int fd, const char* format, const char* line), EXPECT_STREQ(format, "%s\n");
+       return static_cast<int>(my_write(fd, (line + std::string("\n")).data(), std::strlen(line) + 1));)
 SYSTEM(int, __dprintf_chk, (int fd, int, const char* format, const char* line), return my_dprintf(fd, format, line);)
-SYSTEM(void*, dlopen, (const char* path, int flags),
-  const auto met = meet("dlopen", path != nullptr ? path : "");
-  return met == Trouble::kFails ? nullptr : real(met ? nullptr : path, flags);)
+SYSTEM(void*, dlopen, (const char* path, int flags), const auto met = meet("dlopen", path != nullptr ? path : "");
+       return met == Trouble::kFails ? nullptr : real(met ? nullptr : path, flags);)
 // The crypto library takes its memory from a program that offers some.
 extern "C" {
 void* OPENSSL_memory_alloc(size_t size);
@@ -141,7 +127,9 @@ void OPENSSL_memory_free(void* block) {
   counts.blocks_left -= block != nullptr;
   std::free(block);
 }
-size_t OPENSSL_memory_get_size(void* block) { return ::malloc_usable_size(block); }
+size_t OPENSSL_memory_get_size(void* block) {
+  return ::malloc_usable_size(block);
+}
 
 int test::run_with(const Trouble& with, const std::function<int()>& operation, Counts* out) {
   counts = {};
