@@ -41,6 +41,32 @@ extern "C" {
 #define KELCHK_SYMBOL(mangled) __asm__(mangled)
 #endif
 
+/* ---- Limits ------------------------------------------------------------------------------------------------------ */
+
+#define KELCHK_CHALLENGE_MAX 250          /* characters of the longest challenge */
+#define KELCHK_CHALLENGE_ANSWER_CAP 264   /* bytes that hold every answer of kelo_get_rand with its NUL */
+#define KELCHK_CERTIFICATE_TEXT_MIN 1024  /* characters of the shortest "factoryCert" */
+#define KELCHK_CERTIFICATE_TEXT_MAX 4095  /* characters of the longest "factoryCert" */
+#define KELCHK_SIGNATURE_LEN 256          /* bytes of a decoded "sign" */
+#define KELCHK_FEATURE_CODE_MAX 127       /* characters of the longest feature code */
+#define KELCHK_IMEI_LEN 15                /* digits of an IMEI */
+#define KELCHK_RECORD_MAX 4095            /* characters of the longest device parameter record */
+#define KELCHK_CANONICAL_CONTENT_MAX 2047 /* characters of the longest text that a record's signature covers */
+#define KELCHK_SIGNED_FILE_MAX 4096       /* bytes of the longest stored file */
+#define KELCHK_SECURITY_REPORT_CAP 2863   /* bytes that hold every security state report with its NUL */
+#define KELCHK_BUILD_TYPE_CAP 10          /* bytes that hold every build type with its NUL */
+
+/* ---- Files on the phone ------------------------------------------------------------------------------------------ */
+
+#define KELCHK_STORE_MEDIATEK "/mnt/vendor/persist/startPara/"   /* the primary store directory on MediaTek */
+#define KELCHK_STORE_UNISOC "/mnt/vendor/productinfo/startPara/" /* the primary store directory on Unisoc */
+#define KELCHK_STORE_BACKUP "/kelofs/startPara/"                 /* the backup store directory */
+#define KELCHK_AUTHORIZATION_FILE "auFile.dat"                   /* in both store directories */
+#define KELCHK_AUTHORIZATION_TEMPORARY "auFile_tmp.dat"          /* in the primary one, while an import runs */
+#define KELCHK_PARAMETER_FILE "startPara.dat"
+#define KELCHK_PARAMETER_TEMPORARY "startPara_tmp.dat"
+#define KELCHK_LOG_FILE KELCHK_STORE_BACKUP "log.txt"
+
 /* ---- Provisioning ------------------------------------------------------------------------------------------------ */
 
 /*
