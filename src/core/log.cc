@@ -20,7 +20,9 @@ int fail(const char* text) noexcept {
 }
 
 void logToFile(const char* line) noexcept {
-  const Fd file(::open("/kelofs/startPara/log.txt", O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+  // Whoever can write to the store directory can put a FIFO here. Opening it for reading as well never waits and needs
+  // no reader; the line is lost.
+  const Fd file(::open(KELCHK_LOG_FILE, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666));
   if (!file) {
     log_error("Unable to open the log file\n");
     return;

@@ -9,9 +9,9 @@ namespace kelchk {
 
 int copy_file_sync(const char* source, const char* destination) noexcept {
   char buffer[4096] = {};
-  const Fd in(open_to_read(source));
+  const Fd in(open_stored_to_read(source));
   if (!in) return fail("cannot open source file");
-  const Fd out(open_to_replace(destination));
+  const Fd out(open_stored_to_replace(destination));
   if (!out) {
     log_error("cannot open destination file=%d ,dest= %s", errno, destination);
     return -1;

@@ -26,6 +26,12 @@ void make_directory(const char* name, const char* path) noexcept {
   log_error("mkdir %s error =%s ", name, path);
 }
 
+// A FIFO that somebody reads can be opened for writing. It would take the content, lose it, and end up in force.
+[[nodiscard]] bool is_file(const Fd& fd) noexcept {
+  struct stat status;
+  return ::fstat(fd.get(), &status) == 0 && !S_ISFIFO(status.st_mode);
+}
+
 // Writes |content| to a file beside the final one and flushes it, so that it is complete before anything is verified.
 // The messages name |operation| and the caller's own |in_len|.
 [[nodiscard]] bool write_temporary(const char* operation, const StorePath& path, std::string_view content,
@@ -33,8 +39,8 @@ void make_directory(const char* name, const char* path) noexcept {
   make_directory("PARA_FILE_PATH", PARA_FILE_PATH);
   make_directory("PARA_FILE_PATH_BK", PARA_FILE_PATH_BK);
 
-  const Fd file(open_to_replace(path.text));
-  if (!file) {
+  const Fd file(open_stored_to_replace(path.text));
+  if (!file || !is_file(file)) {
     log_error("%s open path error =%s ", operation, path.text);
     return false;
   }

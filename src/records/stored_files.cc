@@ -23,7 +23,7 @@ constexpr char kParaCheck[] = "check_para_file";
 // Reads the stored file |path| as text, of which only the first 4096 bytes count. A file that fails to read is empty.
 // False when it cannot be opened, after logging that; |text| is then untouched.
 [[nodiscard]] bool read_stored_text(const char* check, const char* path, char (&text)[kSignedFileCap]) noexcept {
-  const Fd file(open_to_read(path));
+  const Fd file(open_stored_to_read(path));
   if (!file) {
     log_error("%s open path error =%s ", check, path);
     return false;
