@@ -11,24 +11,24 @@
 #include <utility>
 #include <vector>
 
+#include "kelchk.h"
 #include "kelctl/files.h"
 #include "kelctl/outcome.h"
 #include "kelctl/signed_text.h"
 #include "kelctl/signing.h"
 #include "kelctl/text.h"
-#include "kelctl/verification.h"
+#include "records/para_check.h"
+#include "trust/chain.h"
+#include "trust/signature.h"
+#include "trust/signed_message.h"
 
 namespace kelctl {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The phone reads no more of a stored file.
-constexpr size_t kStoredFileCap = 4096;
-constexpr size_t kDecodedSignatureCap = 1024;
-
-// A value that the phone compares with its own is shorter.
-constexpr size_t kComparedCap = 1024;
+// A phone reads no more of a stored file.
+constexpr size_t kStoredFileCap = KELCHK_SIGNED_FILE_MAX;
 
 enum class State { kHolds, kFails, kOpen };
 
@@ -115,21 +115,21 @@ bool has_field(const Findings& findings, std::string_view key) {
 // The signer's certificate, as far as it can be read: one of a length that no phone takes is shown all the same.
 bssl::UniquePtr<X509> take_certificate(std::string_view text, Findings& findings) {
   constexpr const char* kName = "certificate";
-  const std::string encoded = value_of(text, "factoryCert", kMaxCertificateTextLen + 1);
+  const std::string encoded = value_of(text, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1);
   if (encoded.empty()) {
     findings.add(kName, false,
-                 fmt::format("factoryCert is missing, empty or above {} characters", kMaxCertificateTextLen));
+                 fmt::format("factoryCert is missing, empty or above {} characters", KELCHK_CERTIFICATE_TEXT_MAX));
     return nullptr;
   }
-  const std::string der = decode_base64(encoded, kMaxCertificateTextLen + 1);
+  const std::string der = decode_base64(encoded, KELCHK_CERTIFICATE_TEXT_MAX + 1);
   const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
   bssl::UniquePtr<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
   if (certificate != nullptr) findings.certificate = describe(certificate.get(), der.size());
 
-  if (encoded.size() < kMinCertificateTextLen) {
+  if (encoded.size() < KELCHK_CERTIFICATE_TEXT_MIN) {
     findings.add(kName, false,
                  fmt::format("factoryCert has {} characters; a phone takes {} to {}", encoded.size(),
-                             kMinCertificateTextLen, kMaxCertificateTextLen));
+                             KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX));
   } else if (der.empty()) {
     findings.add(kName, false,
                  fmt::format("the {} characters of factoryCert are not base64 on one line", encoded.size()));
@@ -145,34 +145,35 @@ std::string signature_fault(const std::string& encoded, const std::string& signa
   if (encoded.empty()) return "sign is missing, empty or too long";
   if (encoded.ends_with('\n')) return "a line break stands at the end of sign";
   if (signature.empty()) return fmt::format("the {} characters of sign are not base64 on one line", encoded.size());
-  return fmt::format("sign has {} bytes; {} were expected", signature.size(), kSignatureLen);
+  return fmt::format("sign has {} bytes; {} were expected", signature.size(), KELCHK_SIGNATURE_LEN);
 }
 
 std::string take_signature(std::string_view text, Findings& findings) {
   const std::string encoded = value_of(text, "sign");
-  const std::string signature = decode_base64(encoded, kDecodedSignatureCap);
-  if (signature.size() == kSignatureLen) return signature;
+  const std::string signature = decode_base64(encoded, kelchk::kDecodedSignatureCap);
+  if (signature.size() == KELCHK_SIGNATURE_LEN) return signature;
   findings.add("signature", false, signature_fault(encoded, signature));
   return "";
 }
 
-std::string chain_words(const ChainVerdict& verdict, X509* root, X509* signer) {
-  if (verdict.holds && verdict.text == "ok") return "the root issued the certificate";
-  if (verdict.holds) return fmt::format("the root issued the certificate; a phone does not mind: {}", verdict.text);
+std::string chain_words(const kelchk::ChainVerdict& verdict, X509* root, X509* signer) {
+  if (verdict.holds && verdict.error == X509_V_OK) return "the root issued the certificate";
+  const bool second_failed = !verdict.holds && verdict.runs == 2;
+  const char* const text = X509_verify_cert_error_string(second_failed ? verdict.second_error : verdict.error);
+  if (verdict.holds) return fmt::format("the root issued the certificate; a phone does not mind: {}", text);
   const std::string issuer = name_of(X509_get_issuer_name(signer));
   const std::string root_name = name_of(X509_get_subject_name(root));
   if (issuer == root_name) {
-    return fmt::format("the certificate names the root as its issuer, yet does not hold against it: {}", verdict.text);
+    return fmt::format("the certificate names the root as its issuer, yet does not hold against it: {}", text);
   }
-  return fmt::format("the certificate was issued by \"{}\", not by the root \"{}\": {}", issuer, root_name,
-                     verdict.text);
+  return fmt::format("the certificate was issued by \"{}\", not by the root \"{}\": {}", issuer, root_name, text);
 }
 
 void examine_chain(const std::string& root_path, X509* signer, Findings& findings) {
   if (root_path.empty()) return findings.add_open("chain", "not checked: name the root with --root");
   const bssl::UniquePtr<X509> root = load_certificate(root_path);
   if (signer == nullptr) return findings.add_open("chain", "not checked: there is no certificate");
-  const ChainVerdict verdict = check_chain(root.get(), signer);
+  const kelchk::ChainVerdict verdict = kelchk::check_chain(root.get(), signer);
   findings.add("chain", verdict.holds, chain_words(verdict, root.get(), signer));
 }
 
@@ -184,7 +185,8 @@ void examine_signature(std::string_view text, X509* signer, const std::optional<
   if (!message) {
     return findings.add_open("signature", "not checked: tell what was signed with --message or --chip-id");
   }
-  const bool holds = signature_holds(signer, *message, signature);
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(signature.data());
+  const bool holds = kelchk::check_signature(signer, *message, {bytes, signature.size()}).holds;
   findings.add("signature", holds,
                fmt::format("{} made over {} characters with the certificate's key", holds ? "it was" : "it was not",
                            message->size()));
@@ -199,8 +201,8 @@ void examine_record(std::string_view text, bool is_signed, Findings& findings) {
   try {
     findings.content = canonical_content(text);
     if (is_signed) {
-      for (const char* const key : kRecordKeys) {
-        if (!is_compared(key, text) || !value_of(text, key, kComparedCap).empty()) continue;
+      for (const char* const key : kelchk::kRecordKeys) {
+        if (!is_compared(key, text) || !value_of(text, key, kelchk::kComparedValueCap).empty()) continue;
         return findings.add("record", false, fmt::format("{} is too long to be compared with a phone's", key));
       }
       return findings.add("record", true, "it has its twelve values");
@@ -215,7 +217,7 @@ void examine_record(std::string_view text, bool is_signed, Findings& findings) {
 Findings examine(const ExplainRequest& request, std::string_view text) {
   Findings findings;
   findings.fields = fields_of(text);
-  const bool has_record = std::any_of(std::begin(kRecordKeys), std::end(kRecordKeys),
+  const bool has_record = std::any_of(std::begin(kelchk::kRecordKeys), std::end(kelchk::kRecordKeys),
                                       [&](const char* key) { return has_field(findings, key); });
   const bool is_signed = has_field(findings, "factoryCert") || has_field(findings, "sign");
   if (has_record && !is_signed) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <string>
 
+#include "kelchk.h"
 #include "kelctl/commands.h"
 #include "kelctl/log.h"
 #include "kelctl/outcome.h"
@@ -56,7 +57,7 @@ std::string check_feature_code(const std::string& code) {
 }
 
 std::string check_imei(const std::string& imei) {
-  const bool usable = imei.size() == 15 && imei.find_first_not_of("0123456789") == std::string::npos;
+  const bool usable = imei.size() == KELCHK_IMEI_LEN && imei.find_first_not_of("0123456789") == std::string::npos;
   return usable ? "" : "15 digits were expected";
 }
 

@@ -15,9 +15,6 @@
 namespace kelctl {
 namespace {
 
-constexpr size_t kReportCap = 2863;
-constexpr size_t kAuthorizationCap = 4096;
-
 int answer(bool yes, const char* words, const char* other_words) {
   fmt::print("{}\n", yes ? good(words) : bad(other_words));
   return yes ? kYes : kNo;
@@ -50,7 +47,7 @@ int check() {
 
 int security(bool as_json) {
   begin_operation();
-  char report[kReportCap];
+  char report[KELCHK_SECURITY_REPORT_CAP];
   unsigned len = 0;
   if (kelo_bsp_sec_ctrl_get(report, sizeof report, &len) != 0) {
     fmt::print("{}\n", bad("failed"));
@@ -74,9 +71,9 @@ int efuse() {
 }
 
 std::string read_authorization(const std::string& path) {
-  std::string content = read_file(path, kAuthorizationCap + 1);
-  if (content.empty() || content.size() > kAuthorizationCap) {
-    throw Error(fmt::format("{}: 1 to {} bytes were expected", path, kAuthorizationCap));
+  std::string content = read_file(path, KELCHK_SIGNED_FILE_MAX + 1);
+  if (content.empty() || content.size() > KELCHK_SIGNED_FILE_MAX) {
+    throw Error(fmt::format("{}: 1 to {} bytes were expected", path, KELCHK_SIGNED_FILE_MAX));
   }
   return content;
 }

@@ -37,7 +37,7 @@ std::optional<std::string> ask_for(const Ask& ask, std::string_view what, const 
 }
 
 void show_record(const std::string& record) {
-  for (const char* const key : kRecordKeys) fmt::print("  {:<12} {}\n", key, escape(value_of(record, key)));
+  for (const char* const key : kelchk::kRecordKeys) fmt::print("  {:<12} {}\n", key, escape(value_of(record, key)));
 }
 
 }  // namespace

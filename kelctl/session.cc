@@ -13,7 +13,6 @@
 namespace kelctl {
 namespace {
 
-constexpr unsigned kMaxChallengeLen = 250;
 constexpr size_t kMaxLineLen = 16384;
 
 std::string failed(std::string_view reason) {
@@ -26,19 +25,20 @@ std::string verdict(int result, std::string_view answer = "") {
 }
 
 std::string challenge(const std::string& argument) {
-  unsigned len = kMaxChallengeLen;
+  unsigned len = KELCHK_CHALLENGE_MAX;
   const char* const end = argument.data() + argument.size();
   if (!argument.empty()) {
     const auto [rest, error] = std::from_chars(argument.data(), end, len);
-    if (error != std::errc() || rest != end || len > kMaxChallengeLen) return failed("challenge takes 0 to 250");
+    if (error != std::errc() || rest != end || len > KELCHK_CHALLENGE_MAX)
+      return failed(fmt::format("challenge takes 0 to {}", KELCHK_CHALLENGE_MAX));
   }
-  char answer[264];
+  char answer[KELCHK_CHALLENGE_ANSWER_CAP];
   const int result = kelo_get_rand(answer, &len);
   return verdict(result, g_rand_buf);
 }
 
 std::string record(const std::string& request) {
-  char answer[4096];
+  char answer[KELCHK_RECORD_MAX];
   unsigned len = 0;
   const int result = kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), answer, &len);
   return verdict(result, escape({answer, len}));

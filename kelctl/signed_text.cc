@@ -9,12 +9,13 @@
 
 #include "core/record.h"
 #include "core/text.h"
+#include "kelchk.h"
 #include "kelctl/outcome.h"
+#include "records/canonical_content.h"
 
 namespace kelctl {
 namespace {
 
-constexpr size_t kMaxChallengeLen = 250;
 constexpr size_t kMaxChipIdLen = 256;
 constexpr size_t kMaxPropertyLen = 91;
 
@@ -59,30 +60,30 @@ constexpr const char* kChipIdForm = "\"mt\" or \"sp\" and 1 to 254 characters mo
 // What holds of these values on every phone, beyond not being empty. A phone's library takes one value of a key to be
 // signed and may compare another with the phone when the first is longer than any phone's.
 constexpr Rule kRules[] = {
-    {"buildTime", is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"buildType",
+    {kelchk::kBuildTimeKey, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
+    {kelchk::kBuildTypeKey,
      [](std::string_view value) {
        return value == "user" || value == "userdebug" || value == "eng" || value == "user_root";
      },
      "user, userdebug, eng or user_root"},
-    {"countrySha", [](std::string_view value) { return value.size() == 64 && all_upper_hex(value); },
+    {kelchk::kCountryShaKey, [](std::string_view value) { return value.size() == 64 && all_upper_hex(value); },
      "64 characters of 0-9 and A-F"},
-    {"cpuID", is_chip_id, kChipIdForm},
-    {"deviceBrand", is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"deviceModel",
+    {kelchk::kCpuIdKey, is_chip_id, kChipIdForm},
+    {kelchk::kDeviceBrandKey, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
+    {kelchk::kDeviceModelKey,
      [](std::string_view value) { return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen; },
      "\"MDF1\" and at most 91 characters more"},
-    {"featureCode", is_at_most<127>, "at most 127 characters"},
-    {"imei", is_at_most<255>, "at most 255 characters"},
-    {"phoneMac", is_at_most<127>, "at most 127 characters"},
-    {"psn", [](std::string_view value) { return value.size() == 16; }, "16 characters"},
-    {"time", is_time, "a time such as 240429-153012"},
-    {"ver", [](std::string_view value) { return value == "01"; }, "01"},
+    {kelchk::kFeatureCodeKey, is_at_most<KELCHK_FEATURE_CODE_MAX>, "at most 127 characters"},
+    {kelchk::kImeiKey, is_at_most<255>, "at most 255 characters"},
+    {kelchk::kPhoneMacKey, is_at_most<127>, "at most 127 characters"},
+    {kelchk::kPsnKey, [](std::string_view value) { return value.size() == 16; }, "16 characters"},
+    {kelchk::kTimeKey, is_time, "a time such as 240429-153012"},
+    {kelchk::kVersionKey, [](std::string_view value) { return value == "01"; }, "01"},
 };
 
 std::string challenge_objection(std::string_view text) {
-  if (text.empty() || text.size() > kMaxChallengeLen) {
-    return fmt::format("the challenge has {} characters; 1 to {} were expected", text.size(), kMaxChallengeLen);
+  if (text.empty() || text.size() > KELCHK_CHALLENGE_MAX) {
+    return fmt::format("the challenge has {} characters; 1 to {} were expected", text.size(), KELCHK_CHALLENGE_MAX);
   }
   const auto found = std::find_if_not(text.begin(), text.end(), is_upper_hex);
   if (found == text.end()) return "";
@@ -106,12 +107,12 @@ std::vector<std::string_view> split(std::string_view record) {
 // An "&" inside a value makes one field more.
 std::string record_objection(std::string_view text) {
   const std::vector<std::string_view> fields = split(text);
-  if (fields.size() != std::size(kRecordKeys)) {
+  if (fields.size() != std::size(kelchk::kRecordKeys)) {
     return fmt::format("the record has {} fields separated by \"&\"; {} were expected", fields.size(),
-                       std::size(kRecordKeys));
+                       std::size(kelchk::kRecordKeys));
   }
   for (size_t i = 0; i < fields.size(); ++i) {
-    const std::string_view key = kRecordKeys[i];
+    const std::string_view key = kelchk::kRecordKeys[i];
     if (!fields[i].starts_with(std::string(key) + "="))
       return fmt::format("field {} of the record is not {}", i + 1, key);
     const std::string_view value = fields[i].substr(key.size() + 1);
@@ -145,17 +146,12 @@ std::string objection(Kind kind, std::string_view text) {
 }
 
 std::string canonical_content(std::string_view record) {
-  std::string content;
-  for (const char* const key : kRecordKeys) {
-    const std::string value = value_of(record, key);
-    if (value.empty()) throw Refusal(fmt::format("{} is missing, empty or too long", key));
-    content += value;
-  }
-  if (content.size() >= kelchk::kTextCap) {
-    throw Refusal(fmt::format("the twelve values have {} characters together; at most {} are accepted", content.size(),
-                              kelchk::kTextCap - 1));
-  }
-  return content;
+  kelchk::ValueBuffer content;
+  const kelchk::ContentVerdict verdict = kelchk::write_canonical_content(record, content);
+  if (verdict.complete) return content;
+  if (verdict.missing_key != nullptr)
+    throw Refusal(fmt::format("{} is missing, empty or too long", verdict.missing_key));
+  throw Refusal(fmt::format("the twelve values have more than {} characters together", KELCHK_CANONICAL_CONTENT_MAX));
 }
 
 std::string checked_message(Kind kind, const std::string& text) {

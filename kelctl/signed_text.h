@@ -5,16 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "core/text.h"
+#include "records/record_keys.h"
+
 namespace kelctl {
 
 enum class Kind { kChallenge, kRecord, kChipId };
 
-inline constexpr const char* kRecordKeys[] = {"buildTime",   "buildType",   "countrySha",  "cpuID",
-                                              "deviceBrand", "deviceModel", "featureCode", "imei",
-                                              "phoneMac",    "psn",         "time",        "ver"};
-
 // The value that a phone's library takes of |key|, shorter than |capacity|; empty when there is none.
-std::string value_of(std::string_view record, const char* key, size_t capacity = 2048);
+std::string value_of(std::string_view record, const char* key, size_t capacity = kelchk::kValueBufferCap);
 
 // Why a careful server does not sign |text|; empty when it does. Of a record, |text| is the whole: twelve keys with
 // their values.

@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "kelchk.h"
 #include "kelctl/files.h"
 #include "kelctl/outcome.h"
 #include "kelctl/process.h"
@@ -91,9 +92,9 @@ std::string certificate_text(X509* certificate) {
 
 std::string signer_certificate_text(X509* certificate, const std::string& path) {
   const std::string text = certificate_text(certificate);
-  if (text.size() >= kMinCertificateTextLen && text.size() <= kMaxCertificateTextLen) return text;
+  if (text.size() >= KELCHK_CERTIFICATE_TEXT_MIN && text.size() <= KELCHK_CERTIFICATE_TEXT_MAX) return text;
   throw Error(fmt::format("{}: its base64 has {} characters; a phone takes {} to {}", path, text.size(),
-                          kMinCertificateTextLen, kMaxCertificateTextLen));
+                          KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX));
 }
 
 void require_pair(EVP_PKEY* key, X509* certificate, const std::string& path) {
@@ -104,7 +105,7 @@ void require_pair(EVP_PKEY* key, X509* certificate, const std::string& path) {
 
 std::string sign(EVP_PKEY* key, std::string_view message) {
   bssl::ScopedEVP_MD_CTX context;
-  unsigned char signature[kSignatureLen];
+  unsigned char signature[KELCHK_SIGNATURE_LEN];
   size_t len = sizeof signature;
   require(EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) == 1 &&
               EVP_DigestSign(context.get(), signature, &len, bytes_of(message), message.size()) == 1,
@@ -140,9 +141,9 @@ Signer command_signer(const std::string& command) {
       throw Refusal(fmt::format("--signer-command: it refused to sign, with exit code {}", result));
     }
     std::erase_if(answer, [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });
-    if (decode_base64(answer, 2 * kSignatureLen).size() == kSignatureLen) return answer;
+    if (decode_base64(answer, 2 * KELCHK_SIGNATURE_LEN).size() == KELCHK_SIGNATURE_LEN) return answer;
     throw Refusal(fmt::format("--signer-command: base64 of {} bytes was expected; {} characters that are not came",
-                              kSignatureLen, answer.size()));
+                              KELCHK_SIGNATURE_LEN, answer.size()));
   };
 }
 

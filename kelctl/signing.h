@@ -13,11 +13,6 @@
 
 namespace kelctl {
 
-// A signer certificate's base64 in a record, and the bytes of a signature.
-inline constexpr size_t kMinCertificateTextLen = 1024;
-inline constexpr size_t kMaxCertificateTextLen = 4095;
-inline constexpr size_t kSignatureLen = 256;
-
 // PEM files. Both throw Error, naming the file, when it holds no such thing; an RSA key must have 2048 bits.
 bssl::UniquePtr<EVP_PKEY> load_key(const std::string& path);
 bssl::UniquePtr<X509> load_certificate(const std::string& path);

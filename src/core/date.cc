@@ -8,7 +8,6 @@
 namespace kelchk {
 namespace {
 
-constexpr size_t kDateTimeCap = 128;
 constexpr int kDateLenWithoutVersion = 6;
 
 int date_len(const char* text) noexcept {

@@ -1,4 +1,4 @@
-// Files, by descriptor.
+// File descriptors.
 #pragma once
 
 #include <fcntl.h>
@@ -6,21 +6,18 @@
 
 namespace kelchk {
 
-// Owns a descriptor. -1 is none.
+// Owns a descriptor. A negative one is none.
 class Fd {
  public:
   explicit Fd(int fd) noexcept : fd_(fd) {}
   Fd(const Fd&) = delete;
   Fd& operator=(const Fd&) = delete;
-  ~Fd() { reset(); }
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
 
   explicit operator bool() const noexcept { return fd_ >= 0; }
   [[nodiscard]] int get() const noexcept { return fd_; }
-
-  void reset() noexcept {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
 
  private:
   int fd_;

@@ -8,13 +8,8 @@
 #include "kelchk.h"
 
 namespace kelchk {
-namespace {
 
-constexpr off_t kLogFileLimit = 102400;
-
-}  // namespace
-
-int fail(const char* text) noexcept {
+int log_failure(const char* text) noexcept {
   log_error("%s", text);
   return -1;
 }
@@ -27,8 +22,8 @@ void logToFile(const char* line) noexcept {
     log_error("Unable to open the log file\n");
     return;
   }
-  // Appending starts at the end by itself, so an emptied file needs no seek back. One that cannot be emptied gets no
-  // line: the limit is worth more.
+  // O_APPEND writes at the end, so an emptied file needs no seek back. A full file that cannot be emptied loses the
+  // line, because the limit matters more.
   const bool full = ::lseek(file.get(), 0, SEEK_END) >= kLogFileLimit;
   if (full && ::ftruncate(file.get(), 0) != 0) return;
   dprintf(file.get(), "%s\n", line);

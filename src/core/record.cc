@@ -9,7 +9,7 @@ size_t get_value_by_key(std::string_view record, const char* key, char* value, s
   const size_t key_len = strlen(key);
   if (key_len == 0) return 0;
 
-  // A key holds no "&", so looking at the start of each field finds every place where it may stand.
+  // No key contains "&", so a key can only match at the start of a field.
   const char* const end = record.data() + record.size();
   for (const char* field = record.data(); field < end;) {
     const void* const separator = memchr(field, '&', static_cast<size_t>(end - field));

@@ -1,4 +1,4 @@
-// The state that outlives a call. The sizes are part of the interface: kelchk.h.
+// The state that outlives a call. The sizes are part of the interface.
 #include "kelchk.h"
 
 constinit char g_rand_buf[256] = {};

@@ -1,4 +1,4 @@
-// Texts in fixed buffers.
+// Text in fixed buffers.
 #pragma once
 
 #include <string.h>
@@ -9,19 +9,19 @@
 
 namespace kelchk {
 
-// The buffer in which one value or one signed message is gathered. Whoever hands one to a function that
-// fills it has set it to zeros, so that a text copied into it without a terminator ends all the same.
-inline constexpr size_t kTextCap = 2048;
-using Text = char[kTextCap];
+// A buffer for one value or one signed message. Callers zero it before they pass it to a function that fills it, so
+// that text copied without a terminator is terminated.
+inline constexpr size_t kValueBufferCap = 2048;
+using ValueBuffer = char[kValueBufferCap];
 
-// The text in |buffer|, which may fill it without a terminator.
+// The text in |buffer|, up to its first NUL or its end.
 template <size_t capacity>
-std::string_view text_of(const char (&buffer)[capacity]) noexcept {
+[[nodiscard]] std::string_view text_of(const char (&buffer)[capacity]) noexcept {
   return {buffer, strnlen(buffer, capacity)};
 }
 
-// Builds a text in a caller's buffer, terminated at every moment. What does not fit is cut at the buffer's end, and
-// fits() tells.
+// Builds text in a caller's buffer, which is terminated after every step. Text that does not fit is cut, and fits()
+// then returns false.
 class TextWriter {
  public:
   template <size_t capacity>

@@ -5,8 +5,8 @@ namespace kelchk {
 
 inline constexpr int kAtResponseCap = 256;
 
-// Sends |command| and leaves the modem's answer in |response|, which is ended by force. Returns the vendor library's
-// result, negative for failure, or -1 when there is no such library to ask; both after logging why.
+// Sends |command| and leaves the modem's answer in |response|, terminated even when the vendor did not. Returns the
+// vendor library's result, or -1 when there is no such library. A negative result is a failure and has been logged.
 [[nodiscard]] int spd_send_at_cmd(const char* command, char (&response)[kAtResponseCap]) noexcept;
 
 }  // namespace kelchk

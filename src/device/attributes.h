@@ -1,5 +1,5 @@
-// The attributes of software and product. Each getter writes its text to a buffer of zeros and returns 0,
-// or -1 after logging why, unless said otherwise.
+// Attributes of the software and the product. Each getter writes its text to a zeroed buffer and returns 0, or returns
+// -1 after logging why, unless its comment says otherwise.
 #pragma once
 
 #include "core/text.h"
@@ -7,21 +7,21 @@
 
 namespace kelchk {
 
-// The build's incremental version, whose date part tells one build from the next. Logs nothing.
-[[nodiscard]] int get_build_time(Text& out) noexcept;
+// The build's incremental version, which begins with its date. Logs nothing.
+[[nodiscard]] int get_build_time(ValueBuffer& out) noexcept;
 
-// The build type: kelchk.h. Logs nothing.
-[[nodiscard]] inline int get_build_type(Text& out) noexcept {
+// The build type, as ::get_build_type of kelchk.h gives it. Logs nothing.
+[[nodiscard]] inline int get_build_type(ValueBuffer& out) noexcept {
   return ::get_build_type(&out[0]);
 }
 
-// The brand: "ro.product.brand" up to its first separator.
-[[nodiscard]] int get_device_brand(Text& out) noexcept;
+// The brand: "ro.product.brand" up to its separator.
+[[nodiscard]] int get_device_brand(ValueBuffer& out) noexcept;
 
-// The model: "MDF1" and "ro.product.device" from behind its last separator on.
-[[nodiscard]] int get_device_name(Text& out) noexcept;
+// The model: "MDF1" and what follows the last separator in "ro.product.device".
+[[nodiscard]] int get_device_name(ValueBuffer& out) noexcept;
 
 // The hash of the country configuration, 64 characters.
-[[nodiscard]] int get_black_country_sha(Text& out) noexcept;
+[[nodiscard]] int get_black_country_sha(ValueBuffer& out) noexcept;
 
 }  // namespace kelchk

@@ -2,7 +2,7 @@
 
 namespace kelchk {
 
-// Whether the phone has booted normally. Logs the boot mode.
+// Returns whether the phone has booted normally, and logs its boot mode.
 [[nodiscard]] bool is_boot_normal() noexcept;
 
 }  // namespace kelchk

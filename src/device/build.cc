@@ -1,4 +1,4 @@
-// What build the phone runs.
+// The build that the phone runs.
 #include <string.h>
 
 #include "device/attributes.h"
@@ -8,7 +8,7 @@
 namespace kelchk {
 namespace {
 
-// A user build counts as rooted when it says so, in whatever words, or lets itself be debugged.
+// A user build counts as rooted when "ro.vendor.kelo.userroot" has any value or the build is debuggable.
 bool is_user_build_rooted() noexcept {
   if (!Property("ro.vendor.kelo.userroot").absent()) return true;
   const Property debuggable("ro.debuggable");
@@ -22,7 +22,7 @@ int write_word(char* out, const char* word) noexcept {
 
 }  // namespace
 
-int get_build_time(Text& out) noexcept {
+int get_build_time(ValueBuffer& out) noexcept {
   return read_property("ro.system.build.version.incremental", out) ? 0 : -1;
 }
 

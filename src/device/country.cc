@@ -1,4 +1,4 @@
-// The hash of the country configuration, which tells where the phone may be sold.
+// The hash of the country configuration, which says where the phone may be sold.
 #include <openssl/sha.h>
 #include <string.h>
 
@@ -16,7 +16,7 @@ constexpr size_t kConfigurationLen = 1509;
 constexpr size_t kShaTextLen = size_t{2} * SHA256_DIGEST_LENGTH;
 constexpr char kConfigurationFile[] = "/mnt/vendor/productinfo/finstatus/finstatus.prop";
 constexpr char kDefaultConfiguration[] = "0|0|0|0|0|0|0|0|0|0|IN|2|QVk=_XkY=_SVI=";
-// What MediaTek's record holds behind its first byte and what no hash covers.
+// The bytes of MediaTek's record that the hash does not cover.
 constexpr size_t kUncoveredOffset = 1;
 constexpr size_t kUncoveredLen = 8;
 
@@ -28,7 +28,7 @@ struct Configuration {
 [[nodiscard]] int read_mediatek(Configuration& configuration) noexcept {
   auto* const record = reinterpret_cast<unsigned char*>(configuration.bytes);
   if (nvram_read_by_name("/vendor/nvdata/APCFG/APRDEB/ANTI_CS", kConfigurationLen, record) != 0) {
-    return fail("get_black_country_sha nvram_read_by_name fail\n");
+    return log_failure("get_black_country_sha nvram_read_by_name fail\n");
   }
   memset(record + kUncoveredOffset, 0, kUncoveredLen);
   configuration.hashed_len = kConfigurationLen;
@@ -36,22 +36,20 @@ struct Configuration {
 }
 
 [[nodiscard]] int read_finstatus(Configuration& configuration) noexcept {
-  Fd file(open_to_read(kConfigurationFile));
+  const Fd file(open_to_read(kConfigurationFile));
   if (!file) {
     log_error("open %s fail\n", kConfigurationFile);
     memcpy(configuration.bytes, kDefaultConfiguration, sizeof kDefaultConfiguration);
     return 0;
   }
-  const ssize_t count = ::read(file.get(), configuration.bytes, kConfigurationLen);
-  file.reset();
-  if (count < 0) {
+  if (::read(file.get(), configuration.bytes, kConfigurationLen) < 0) {
     log_error("read %s fail\n", kConfigurationFile);
     return -1;
   }
   return 0;
 }
 
-// Replaces the text by its last three tokens, run together.
+// Replaces the text by its last three tokens, concatenated.
 [[nodiscard]] int keep_last_tokens(Configuration& configuration) noexcept {
   const char* tokens[3] = {};
   char* rest = configuration.bytes;
@@ -60,7 +58,7 @@ struct Configuration {
     tokens[1] = tokens[2];
     tokens[2] = token;
   }
-  if (tokens[0] == nullptr) return fail("get_black_country_sha token err\n");
+  if (tokens[0] == nullptr) return log_failure("get_black_country_sha token err\n");
   char joined[kConfigurationLen];
   TextWriter writer(joined);
   writer.append({tokens[0], tokens[1], tokens[2]});
@@ -77,7 +75,7 @@ struct Configuration {
 
 }  // namespace
 
-int get_black_country_sha(Text& out) noexcept {
+int get_black_country_sha(ValueBuffer& out) noexcept {
   Configuration configuration;
   if ((is_mt_chip() ? read_mediatek(configuration) : read_unisoc(configuration)) != 0) return -1;
 
@@ -87,7 +85,7 @@ int get_black_country_sha(Text& out) noexcept {
   SHA256_Update(&sha, configuration.bytes, configuration.hashed_len);
   SHA256_Final(digest, &sha);
   write_hex(out, digest, kShaTextLen);
-  // Longer only when the caller's buffer was not all zeros.
+  // Longer only when the caller has not zeroed the buffer.
   const size_t len = text_of(out).size();
   if (len != kShaTextLen) {
     log_error("get_black_country_sha fail strlen(out_put) =%zu\n", len);

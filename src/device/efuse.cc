@@ -1,4 +1,4 @@
-// Is the chip's secure-boot efuse blown?
+// The state of the chip's secure-boot efuse.
 #include "core/log.h"
 #include "device/property.h"
 #include "device/vendor_library.h"
@@ -22,7 +22,7 @@ using IsSecureEnabled = int();
     library.load(kLibrary64);
   }
   if (!library) {
-    log_load_failure(kLibrary64);
+    log_dlopen_failure(kLibrary64);
     return 1;
   }
   auto* const is_enabled = library.find<IsSecureEnabled>(kEntryPoint, kEntryPoint);

@@ -1,4 +1,4 @@
-// What product the phone is.
+// The product's brand and model.
 #include <string.h>
 
 #include "core/log.h"
@@ -8,7 +8,7 @@
 namespace kelchk {
 namespace {
 
-// The separator that counts in |text|: the first of this order that occurs at all, wherever. NUL when none does.
+// Returns the first of "_", "-" and " ", in this order, that occurs anywhere in |text|; NUL when none does.
 char separator_in(const char* text) noexcept {
   for (const char* separator = "_- "; *separator != '\0'; ++separator) {
     if (strchr(text, *separator) != nullptr) return *separator;
@@ -18,14 +18,14 @@ char separator_in(const char* text) noexcept {
 
 }  // namespace
 
-int get_device_brand(Text& out) noexcept {
-  if (!read_property("ro.product.brand", out)) return fail("get ro.product.brand err");
-  *strchr(out, separator_in(out)) = '\0';  // without a separator this is the end of the text
+int get_device_brand(ValueBuffer& out) noexcept {
+  if (!read_property("ro.product.brand", out)) return log_failure("get ro.product.brand err");
+  *strchr(out, separator_in(out)) = '\0';  // without a separator, the text's own end
   log_info("get_device_brand = %s", out);
   return 0;
 }
 
-int get_device_name(Text& out) noexcept {
+int get_device_name(ValueBuffer& out) noexcept {
   const Property device("ro.product.device");
   if (device.absent()) {
     log_error("get ro.product.name err=%s\n", device.value);

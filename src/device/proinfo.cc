@@ -9,17 +9,14 @@
 namespace kelchk {
 
 int get_product_info(char* buf, int offset, int size) noexcept {
-  Fd partition(open_to_read("/dev/block/by-name/proinfo"));
+  const Fd partition(open_to_read("/dev/block/by-name/proinfo"));
   if (!partition) {
     log_error("queryProductFlag open =%s", strerror(errno));
     return -1;
   }
   if (::lseek(partition.get(), offset, SEEK_SET) < 0) return -1;
-  const ssize_t count = ::read(partition.get(), buf, static_cast<size_t>(size));
-  const int error = errno;
-  partition.reset();
-  if (count != size) {
-    log_error("queryProductFlag open =%s", strerror(error));
+  if (::read(partition.get(), buf, static_cast<size_t>(size)) != size) {
+    log_error("queryProductFlag open =%s", strerror(errno));
     return -1;
   }
   log_info("queryProductFlag read /proinfo success");

@@ -3,7 +3,7 @@
 
 namespace kelchk {
 
-// Reads |size| bytes from byte |offset| of the partition into |buf|. Returns 0, or -1, when |buf| may hold a part.
+// Reads |size| bytes at byte |offset| of the partition into |buf|. Returns 0, or -1, when |buf| may hold some of them.
 [[nodiscard]] int get_product_info(char* buf, int offset, int size) noexcept;
 
 }  // namespace kelchk

@@ -5,12 +5,12 @@
 
 namespace kelchk {
 
-// Reads a system property into |out|. False, with the empty text, when it is absent; one that is set to "false" cannot
-// be told from that.
-[[nodiscard]] bool read_property(const char* name, Text& out) noexcept;
+// Reads a system property into |out|. Returns false, with empty text, when it is absent; a property that is set to
+// "false" looks the same.
+[[nodiscard]] bool read_property(const char* name, ValueBuffer& out) noexcept;
 
-// One system property, as it was when this was made. An absent property, or one that the system cannot read, has the
-// value "false" or the |fallback| that is given, which is a short word; one that is set to it cannot be told from that.
+// A system property, read once on construction. When it is absent or unreadable, its value is |fallback|, a short word;
+// a property that is set to that word looks the same.
 struct Property {
   explicit Property(const char* name, const char* fallback = "false") noexcept;
 
@@ -19,7 +19,7 @@ struct Property {
   [[nodiscard]] bool absent() const noexcept { return is("false"); }
 
   char value[128] = {};
-  int result;  // as the system gave it; negative when it could not look
+  int result;  // of property_get; negative when the property is unreadable
 };
 
 }  // namespace kelchk

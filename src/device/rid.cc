@@ -10,8 +10,7 @@
 namespace kelchk {
 namespace {
 
-constexpr size_t kRawCap = 257;
-constexpr size_t kMaxRidLen = 256;
+constexpr size_t kUnisocReadMax = 257;  // one more than any chip id, so that a longer one shows
 constexpr size_t kMediaTekIdLen = 16;
 
 [[nodiscard]] int open_rid(const char* path) noexcept {
@@ -20,7 +19,7 @@ constexpr size_t kMediaTekIdLen = 16;
   return fd;
 }
 
-[[nodiscard]] int read_mediatek_rid(Text& rid) noexcept {
+[[nodiscard]] int read_mediatek_rid(ValueBuffer& rid) noexcept {
   const Fd file(open_rid("/proc/rid"));
   if (!file) return -1;
   unsigned char raw[2 * kMediaTekIdLen];
@@ -35,14 +34,12 @@ constexpr size_t kMediaTekIdLen = 16;
   return 0;
 }
 
-[[nodiscard]] int read_unisoc_rid(Text& rid) noexcept {
+[[nodiscard]] int read_unisoc_rid(ValueBuffer& rid) noexcept {
   constexpr char kPath[] = "/sys/kelonix/hwinfo/chip_uid";
-  Fd file(open_rid(kPath));
+  const Fd file(open_rid(kPath));
   if (!file) return -1;
-  char raw[kRawCap] = {};
-  const ssize_t count = ::read(file.get(), raw, sizeof raw);
-  file.reset();
-  if (count < 1) {
+  char raw[kUnisocReadMax] = {};
+  if (::read(file.get(), raw, sizeof raw) < 1) {
     log_error("Failed to read chip rid file %s \n", kPath);
     return -1;
   }
@@ -54,13 +51,13 @@ constexpr size_t kMediaTekIdLen = 16;
 
 }  // namespace
 
-int read_rid(Text& out) noexcept {
+int read_rid(ValueBuffer& out) noexcept {
   if ((is_mt_chip() ? read_mediatek_rid(out) : read_unisoc_rid(out)) != 0) return -1;
   size_t len = 0;
   for (; out[len] != '\0'; ++len) {
     if (out[len] >= 'A' && out[len] <= 'Z') out[len] = static_cast<char>(out[len] - 'A' + 'a');
   }
-  if (len > kMaxRidLen) {
+  if (len > kRidMax) {
     log_error("rid is too long, len=%zu", len);
     return -1;
   }

@@ -34,7 +34,7 @@ constinit const char* const properties[24] = {
 using namespace kelchk;
 
 int kelo_bsp_sec_ctrl_get(char* out, unsigned int capacity, unsigned int* out_len) noexcept {
-  if (capacity == 0 || out == nullptr || out_len == nullptr) return fail("kelo_bsp_sec_ctrl_get input err \n");
+  if (capacity == 0 || out == nullptr || out_len == nullptr) return log_failure("kelo_bsp_sec_ctrl_get input err \n");
   TextWriter report(out, capacity);
   for (const char* const name : properties) {
     const Property property(name);

@@ -11,17 +11,14 @@
 namespace kelchk {
 namespace {
 
-constexpr size_t kPsnLen = 16;
 constexpr int kProinfoPsnOffset = 0;
 constexpr size_t kMiscdataPsnOffset = 4;
 
-// What may be the serial number, ended by zeros.
-struct Candidate {
-  char psn[kPsnLen + 1] = {};
-};
+// What may be the serial number, terminated by zeros.
+using Candidate = char[kPsnLen + 1];
 
 [[nodiscard]] int read_proinfo(Candidate& candidate) noexcept {
-  const int result = get_product_info(candidate.psn, kProinfoPsnOffset, kPsnLen);
+  const int result = get_product_info(candidate, kProinfoPsnOffset, kPsnLen);
   if (result != 0) log_error("get_product_info error:=%d", result);
   return result;
 }
@@ -34,33 +31,31 @@ struct Candidate {
   }
   char path[sizeof folder.value + sizeof "miscdata"];
   TextWriter(path).append({folder.value, "miscdata"});
-  Fd partition(open_to_read(path));
+  const Fd partition(open_to_read(path));
   if (!partition) {
     log_error("get_PSN open =%s faild =%s", path, strerror(errno));
     return -1;
   }
   char start[kMiscdataPsnOffset + kPsnLen] = {};
-  const ssize_t count = ::read(partition.get(), start, sizeof start);
-  partition.reset();
-  if (count <= 0) {
+  if (::read(partition.get(), start, sizeof start) <= 0) {
     log_error("%s read fail miscdata_path = %s ", "get_PSN", path);
     return -1;
   }
-  memcpy(candidate.psn, start + kMiscdataPsnOffset, kPsnLen);
+  memcpy(candidate, start + kMiscdataPsnOffset, kPsnLen);
   return 0;
 }
 
 }  // namespace
 
-int get_PSN(Text& out) noexcept {
-  Candidate candidate;
+int get_PSN(ValueBuffer& out) noexcept {
+  Candidate candidate = {};
   if ((is_mt_chip() ? read_proinfo(candidate) : read_miscdata(candidate)) != 0) return -1;
-  const size_t len = strlen(candidate.psn);
+  const size_t len = strlen(candidate);
   if (len != kPsnLen) {
     log_error("psn len  error:=%zu", len);
     return -1;
   }
-  memcpy(out, candidate.psn, kPsnLen);
+  memcpy(out, candidate, kPsnLen);
   return 0;
 }
 

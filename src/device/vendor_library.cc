@@ -15,13 +15,14 @@ const char* loader_error() noexcept {
   return text != nullptr ? text : "(null)";
 }
 
-int fail_by_loader(const char* step) noexcept {
+int log_loader_failure(const char* step) noexcept {
   log_error("%s fail reson =%s\n", step, loader_error());
   return -1;
 }
 
-void log_load_failure(const char* path) noexcept {
+int log_dlopen_failure(const char* path) noexcept {
   log_error("dlopen %s fail reson =%s\n", path, loader_error());
+  return -1;
 }
 
 }  // namespace kelchk

@@ -10,7 +10,7 @@ namespace kelchk {
 int copy_file_sync(const char* source, const char* destination) noexcept {
   char buffer[4096] = {};
   const Fd in(open_stored_to_read(source));
-  if (!in) return fail("cannot open source file");
+  if (!in) return log_failure("cannot open source file");
   const Fd out(open_stored_to_replace(destination));
   if (!out) {
     log_error("cannot open destination file=%d ,dest= %s", errno, destination);
@@ -19,7 +19,7 @@ int copy_file_sync(const char* source, const char* destination) noexcept {
   for (;;) {
     const ssize_t count = ::read(in.get(), buffer, sizeof buffer);
     if (count <= 0) break;
-    if (::write(out.get(), buffer, static_cast<size_t>(count)) != count) return fail("write error");
+    if (::write(out.get(), buffer, static_cast<size_t>(count)) != count) return log_failure("write error");
   }
   ::sync();
   return 0;

@@ -7,12 +7,11 @@
 namespace kelchk {
 namespace {
 
-int write_rid(Text& message) noexcept {
-  if (get_logged_rid(message) != 0) return fail("read_rid err");
-  return 0;
+int write_rid(ValueBuffer& message) noexcept {
+  return get_logged_rid(message) == 0 ? 0 : log_failure("read_rid err");
 }
 
-int write_canonical_content(Text& message) noexcept {
+int write_para_value(ValueBuffer& message) noexcept {
   const int result = get_para_value(message);
   if (result != 0) log_error("get_para_value error =%d ", result);
   return result;
@@ -20,16 +19,13 @@ int write_canonical_content(Text& message) noexcept {
 
 }  // namespace
 
-int verify_au_record(std::string_view record, SignedMessage as) noexcept {
-  as.write = write_rid;
-  return verify_signed_message(record, as);
+int verify_authorization(std::string_view record, Purpose purpose) noexcept {
+  return verify_signed_message(record, purpose, write_rid);
 }
 
-int verify_para_record(std::string_view record, SignedMessage as) noexcept {
-  as.write = write_canonical_content;
-  if (verify_signed_message(record, as) != 0) return -1;
-  if (check_para() != 0) return fail("check_para err \n");
-  return 0;
+int verify_parameters(std::string_view record, Purpose purpose) noexcept {
+  if (verify_signed_message(record, purpose, write_para_value) != 0) return -1;
+  return check_para() == 0 ? 0 : log_failure("check_para err \n");
 }
 
 }  // namespace kelchk

@@ -18,8 +18,7 @@ StorePath path_in(const char* directory, const char* name) noexcept {
 
 void select_store_directory() noexcept {
   memset(PARA_FILE_PATH, 0, sizeof PARA_FILE_PATH);
-  TextWriter(PARA_FILE_PATH)
-      .append(is_mt_chip() ? "/mnt/vendor/persist/startPara/" : "/mnt/vendor/productinfo/startPara/");
+  TextWriter(PARA_FILE_PATH).append(is_mt_chip() ? KELCHK_STORE_MEDIATEK : KELCHK_STORE_UNISOC);
 }
 
 StorePath primary_path(const char* name) noexcept {

@@ -7,8 +7,8 @@ namespace {
 
 constexpr int kCodes = 68;
 
-// One after the other, in the order of their codes: a table of pointers would be relocated at every load. An empty text
-// stands for a code that has none.
+// All texts in one string, in the order of their codes, because a table of pointers would be relocated at every load.
+// An empty text stands for a code without a text.
 constexpr char kTexts[] =
     "ok\0"  // 0
     "\0"    // 1

@@ -12,11 +12,29 @@
 namespace kelchk {
 namespace {
 
-constexpr unsigned kChallengeLimit = 251;
 constexpr char kAnswerKey[] = "randomNumber=";
-constexpr size_t kAnswerKeyLen = sizeof kAnswerKey - 1;
+constexpr unsigned kAnswerKeyLen = sizeof kAnswerKey - 1;
+static_assert(kAnswerKeyLen + KELCHK_CHALLENGE_MAX + 1 == KELCHK_CHALLENGE_ANSWER_CAP);
+static_assert(KELCHK_CHALLENGE_MAX < sizeof g_rand_buf);
 
-int write_challenge(Text& message) noexcept {
+// Draws a challenge of |len| characters into g_rand_buf.
+[[nodiscard]] int draw_challenge(unsigned len) noexcept {
+  unsigned char random[KELCHK_CHALLENGE_MAX] = {};
+  const Fd device(open_to_read("/dev/urandom"));
+  if (!device) {
+    log_error("kelo_get_rand open /dev/urandom error=%d", errno);
+    return -1;
+  }
+  memset(g_rand_buf, 0, sizeof g_rand_buf);
+  if (::read(device.get(), random, len) < 0) {
+    log_error("kelo_get_rand read /dev/urandom error=%d", errno);
+    return -1;
+  }
+  write_hex(g_rand_buf, random, len);
+  return 0;
+}
+
+int write_challenge(ValueBuffer& message) noexcept {
   const std::string_view challenge = text_of(g_rand_buf);
   memcpy(message, challenge.data(), challenge.size());
   return 0;
@@ -28,37 +46,20 @@ int write_challenge(Text& message) noexcept {
 using namespace kelchk;
 
 int kelo_get_rand(char* out, unsigned int* len) noexcept {
-  unsigned char random[256] = {};
-  static_assert(kChallengeLimit < sizeof random && kChallengeLimit < sizeof g_rand_buf);
-  if (out == nullptr || len == nullptr || *len >= kChallengeLimit) return fail("kelo_get_rand input error");
-  const unsigned challenge_len = *len;
+  if (out == nullptr || len == nullptr || *len > KELCHK_CHALLENGE_MAX) return log_failure("kelo_get_rand input error");
   memcpy(out, kAnswerKey, sizeof kAnswerKey);
-
-  Fd device(open_to_read("/dev/urandom"));
-  if (!device) {
-    log_error("kelo_get_rand open /dev/urandom error=%d", errno);
-    return -1;
-  }
-  memset(g_rand_buf, 0, sizeof g_rand_buf);
-  if (::read(device.get(), random, challenge_len) < 0) {
-    const int error = errno;
-    device.reset();
-    log_error("kelo_get_rand read /dev/urandom error=%d", error);
-    return -1;
-  }
-  write_hex(g_rand_buf, random, challenge_len);
-  memcpy(out + kAnswerKeyLen, g_rand_buf, challenge_len + 1);
-  *len = kAnswerKeyLen + challenge_len;
+  if (draw_challenge(*len) != 0) return -1;
+  memcpy(out + kAnswerKeyLen, g_rand_buf, *len + 1);
+  *len += kAnswerKeyLen;
   return 0;
 }
 
 int kelo_verify_rand(const char* in, unsigned int in_len) noexcept {
-  // One character more than promised is looked at, so that a longer text shows without being read to its end.
+  // Reads at most one character beyond |in_len|: enough to notice longer text. UINT_MAX has no such successor.
   if (in == nullptr || in_len == UINT_MAX || strnlen(in, size_t{in_len} + 1) != in_len) {
-    return fail("in_len != strlen(in)");
+    return log_failure("in_len != strlen(in)");
   }
-  const SignedMessage challenge = {.write = write_challenge, .chain_report = ChainReport::kDetailed};
-  if (verify_signed_message({in, in_len}, challenge) != 0) return -1;
+  if (verify_signed_message({in, in_len}, Purpose::kLogin, write_challenge) != 0) return -1;
   g_is_authed = 1;
   return 0;
 }

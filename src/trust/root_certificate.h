@@ -5,10 +5,10 @@
 
 namespace kelchk {
 
-// The embedded certificate in PEM. Its source file is made by the build from the certificate that the product names.
+// The embedded certificate in PEM. The build generates its source file from the certificate that the product names.
 extern const char kRootCertificatePem[];
 
-// Parses the embedded certificate, anew for every verification. Null when that fails.
+// Parses the embedded certificate. Null when that fails.
 [[nodiscard]] bssl::UniquePtr<X509> parse_root_certificate() noexcept;
 
 }  // namespace kelchk

@@ -4,31 +4,20 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-#include "core/log.h"
-
 namespace kelchk {
 
-int verify_signature(X509* signer, const unsigned char* message, unsigned int message_len,
-                     const unsigned char* signature, unsigned int signature_len) noexcept {
-  const bssl::UniquePtr<EVP_PKEY> public_key(X509_get_pubkey(signer));
-  const bssl::UniquePtr<EVP_MD_CTX> md_ctx(EVP_MD_CTX_create());
-  if (md_ctx == nullptr) return fail("md_ctx == NULL err ");
-  if (public_key == nullptr) return fail("public_key == NULL err");
-  int ret = EVP_DigestVerifyInit(md_ctx.get(), nullptr, EVP_sha256(), nullptr, public_key.get());
-  if (ret != 1) {
-    log_error("EVP_DigestVerifyInit  err=%d", ret);
-    return -1;
-  }
-  ret = EVP_DigestVerifyUpdate(md_ctx.get(), message, message_len);
-  if (ret != 1) {
-    log_error("EVP_DigestVerifyUpdate  err=%d", ret);
-    log_file_line("EVP_DigestVerifyUpdate  ret=%d", ret);
-    return -1;
-  }
-  ret = EVP_DigestVerifyFinal(md_ctx.get(), signature, signature_len);
-  log_error("EVP_DigestVerifyFinal  ret=%d", ret);
-  if (ret != 1) log_file_line("EVP_DigestVerifyFinal  ret=%d", ret);
-  return ret;
+SignatureVerdict check_signature(X509* signer, std::string_view message,
+                                 std::span<const unsigned char> signature) noexcept {
+  const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(signer));
+  const bssl::UniquePtr<EVP_MD_CTX> context(EVP_MD_CTX_create());
+  if (context == nullptr) return {.step = SignatureStep::kContext};
+  if (key == nullptr) return {.step = SignatureStep::kKey};
+  int result = EVP_DigestVerifyInit(context.get(), nullptr, EVP_sha256(), nullptr, key.get());
+  if (result != 1) return {.step = SignatureStep::kInit, .result = result};
+  result = EVP_DigestVerifyUpdate(context.get(), message.data(), message.size());
+  if (result != 1) return {.step = SignatureStep::kUpdate, .result = result};
+  result = EVP_DigestVerifyFinal(context.get(), signature.data(), signature.size());
+  return {.holds = result == 1, .step = SignatureStep::kFinal, .result = result};
 }
 
 }  // namespace kelchk

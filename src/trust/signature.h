@@ -1,14 +1,24 @@
-// Does a signature belong to a message?
+// Was a signature made over a message, with a certificate's key?
 #pragma once
 
 #include <openssl/base.h>
 
+#include <span>
+#include <string_view>
+
 namespace kelchk {
 
-// verify_signature returns 1 when |signature| was made over |message| with the key of |signer|, with SHA-256 and the
-// key's default scheme. Otherwise the crypto library's result, or -1 when the check could not be set up. Logs the
-// outcome, a failure also to the log file.
-[[nodiscard]] int verify_signature(X509* signer, const unsigned char* message, unsigned int message_len,
-                                   const unsigned char* signature, unsigned int signature_len) noexcept;
+enum class SignatureStep { kContext, kKey, kInit, kUpdate, kFinal };
+
+struct SignatureVerdict {
+  bool holds = false;
+  SignatureStep step = SignatureStep::kContext;  // the step that decided
+  int result = 0;                                // what the crypto library returned at that step
+};
+
+// check_signature holds when |signature| was made over |message| with the key of |signer|, with SHA-256 and the key's
+// default scheme. Logs nothing.
+[[nodiscard]] SignatureVerdict check_signature(X509* signer, std::string_view message,
+                                               std::span<const unsigned char> signature) noexcept;
 
 }  // namespace kelchk

@@ -1,4 +1,4 @@
-// The signed-message verification, behind every text that the library accepts.
+// The signed-message verification, which every record that the library accepts has to pass.
 #pragma once
 
 #include <string_view>
@@ -7,26 +7,25 @@
 
 namespace kelchk {
 
-enum class ChainReport {
-  kDetailed,  // the crypto library's error code and its text
-  kShort,     // one line
-  kCombined,  // both
+// What a record is verified for. It decides how the verification reports, never what it accepts.
+enum class Purpose {
+  kLogin,
+  kAuthorizationImport,
+  kAuthorizationCheck,
+  kParameterImport,
+  kParameterCheck,
 };
 
-// What differs from one signed text to the next.
-struct SignedMessage {
-  // Writes the signed text to a buffer of zeros and returns 0. Otherwise logs why not and returns another value.
-  int (*write)(Text& message) noexcept = nullptr;
-  ChainReport chain_report = ChainReport::kShort;
-  // Of the line "EVP_DecodeBase64 t_len"; 0 leaves it out.
-  int decoded_len_priority = 0;
-  // Whether the length of the message is logged once the certificate has been accepted.
-  bool logs_rid_len = false;
-};
+// The longest signature that is decoded, and then refused for its length: enough for the message to name it.
+inline constexpr size_t kDecodedSignatureCap = 1024;
 
-// verify_signed_message returns 0 when |record| carries a certificate issued by the root and a signature made with it
-// over |message|, -1 at the first step that does not hold, after its message. g_factory_pem and g_factor_der keep the
-// certificate.
-[[nodiscard]] int verify_signed_message(std::string_view record, const SignedMessage& message) noexcept;
+// Writes the signed message to a zeroed buffer and returns 0. Otherwise logs why not and returns another value.
+using MessageWriter = int(ValueBuffer& message) noexcept;
+
+// verify_signed_message returns 0 when |record| carries a certificate issued by the root and a signature made with its
+// key over the message that |write_message| yields; -1, after logging why, at the first step that fails. g_factory_pem
+// and g_factor_der keep the certificate.
+[[nodiscard]] int verify_signed_message(std::string_view record, Purpose purpose,
+                                        MessageWriter* write_message) noexcept;
 
 }  // namespace kelchk

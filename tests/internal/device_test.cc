@@ -42,7 +42,7 @@ std::string no_symbol(const std::string& path, const std::string& symbol) {
 
 struct Row {
   Prepare prepare;
-  int (*get)(Text&) noexcept;
+  int (*get)(ValueBuffer&) noexcept;
   int result;
   std::string text;
   Lines log;
@@ -55,7 +55,7 @@ void check(Chip chip, const Lines& chip_line, const std::vector<Row>& rows) {
     make_phone(chip);
     row.prepare();
     const size_t descriptors = open_descriptors();
-    Text out = {};
+    ValueBuffer out = {};
     errno = 0;  // a short read leaves it alone, and yet its text is told
     EXPECT_EQ(row.get(out), row.result);
     EXPECT_EQ(row.text == kAnything ? kAnything : std::string(out), row.text);
@@ -142,7 +142,7 @@ TEST(MediaTek, NvramRecords) {
   for (const size_t covered : {0U, 9U, 1508U}) {
     make_phone(Chip::kMediaTek);
     changed(covered)();
-    Text out = {};
+    ValueBuffer out = {};
     EXPECT_EQ(get_country(out), 0);
     EXPECT_NE(out, hash) << covered;
   }
@@ -261,7 +261,7 @@ TEST(Unisoc, Country) {
          {folder(kFinstatus), get_country, -1, "", {"6 read "s + kFinstatus + " fail\n"}}});
 }
 
-int ask(Text&) noexcept {
+int ask(ValueBuffer&) noexcept {
   return is_device_efused();
 }
 
