@@ -31,8 +31,8 @@ using GetRecordFile = NvramFile(int record_id, int* record_size, int* record_cou
   auto* const get_id = library.find<GetRecordId>("NVM_GetLIDByName", kGetIdLabel);
   if (get_id == nullptr) return -1;
 
-  char record_name[kNvramNameCap] = {};
-  memcpy(record_name, name, strlen(name));
+  char record_name[kNvramNameCap];
+  memcpy(record_name, name, strlen(name) + 1);
   const int record_id = get_id(record_name);
   if (record_id < 0) return log_loader_failure(kGetIdLabel);
   int record_size = 0;
