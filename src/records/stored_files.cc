@@ -14,7 +14,7 @@
 namespace kelchk {
 namespace {
 
-constexpr char kVersion[] = "libkelchk_ver_20240429_01";
+constexpr char kBanner[] = "libkelchk_ver_20240429_01";
 
 // The checks' names in their messages.
 constexpr char kAuCheck[] = "check_au_file";
@@ -88,7 +88,7 @@ void log_failed_copy(const char* check, const StorePath& copy) noexcept {
 using namespace kelchk;
 
 int kelo_is_para_correct() noexcept {
-  log_info("%s", kVersion);
+  log_info("%s", kBanner);
   if (check_au_file() == 0) return 0;
   return check_para_file();
 }
