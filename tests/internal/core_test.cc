@@ -1,55 +1,75 @@
-// Records and the log file, from the library's sources.
+// Records and the log file, tested from the library's sources.
+#include <sys/stat.h>
+
 #include "core/log.h"
 #include "core/record.h"
+#include "kelchk.h"
 #include "tests/support/phone_test.h"
+#include "tests/support/trouble.h"
 
 namespace {
 
 using namespace test;
 
-TEST(Record, FindsWholeKeysOnly) {
+TEST(Record, FindsOnlyWholeKeysWhoseValueFits) {
   struct Row {
-    const char *record, *key;
-    size_t capacity;
-    const char* value;
+    const char *record, *key, *value;
+    size_t capacity = 8;
   };
-  for (const Row& row : {Row{"factoryCert=AAA&sign=BBB", "sign", 64, "BBB"},
-                         {"factoryCert=AAA", "Cert", 64, ""},
-                         {"version=3", "ver", 64, ""},
-                         {"x=sign=9&sign=7", "sign", 64, "7"},
-                         {"k=12345&k=9", "k", 5, "9"},
-                         {"k=1&k=2", "k", 5, "1"},
-                         {"k=&k=2", "k", 5, ""},
-                         {"k=1234", "k", 5, "1234"},
-                         {"k=1234", "k", 4, ""},
-                         {"k=1", "k", 1, ""},
-                         {"", "k", 8, ""},
-                         {"k", "k", 8, ""},
-                         {"k=QQ==", "k", 8, "QQ=="},
-                         {"a=1&k", "k", 8, ""},
-                         {"K=1", "k", 8, ""},
-                         {" k=1", "k", 8, ""},
-                         {"&&k= 1\n&", "k", 8, " 1\n"},
-                         {"=1&k=2", "", 8, ""}}) {
+  // clang-format off
+  for (const Row& row : {
+           Row{.record = "factoryCert=AAA&sign=BBB", .key = "sign", .value = "BBB"},
+           Row{.record = "factoryCert=AAA", .key = "Cert", .value = ""},
+           Row{.record = "version=3", .key = "ver", .value = ""},
+           Row{.record = "x=sign=9&sign=7", .key = "sign", .value = "7"},
+           Row{.record = "k=12345&k=9", .key = "k", .value = "9", .capacity = 5},
+           Row{.record = "k=1234", .key = "k", .value = "1234", .capacity = 5},
+           Row{.record = "k=1", .key = "k", .value = "", .capacity = 1},
+           Row{.record = "k=1&k=2", .key = "k", .value = "1"},
+           Row{.record = "k=&k=2", .key = "k", .value = ""},
+           Row{.record = "", .key = "k", .value = ""},
+           Row{.record = "k=QQ==", .key = "k", .value = "QQ=="},
+           Row{.record = "a=1&k", .key = "k", .value = ""},
+           Row{.record = "K=1", .key = "k", .value = ""},
+           Row{.record = "&&k= 1\n&", .key = "k", .value = " 1\n"},
+           Row{.record = "=1&k=2", .key = "", .value = ""}}) {
+    // clang-format on
     const Guarded record(row.record), value(std::string(row.capacity, '#'));
     kelchk::get_value_by_key(record.view(), row.key, value.data(), row.capacity);
-    EXPECT_STREQ(value.data(), row.value) << row.record << " " << row.key;
+    EXPECT_STREQ(value.data(), row.value) << row.key << " in " << row.record;
   }
 }
 
-class LogFileTest : public PhoneTest {};
+using LogFile = PhoneTest;
 
-TEST_F(LogFileTest, IsEmptiedOnceItHasReachedItsLimit) {
-  constexpr char kLogFile[] = "/kelofs/startPara/log.txt";
-  for (const size_t size : {size_t{0}, size_t{102399}, size_t{102400}, size_t{102401}}) {
+TEST_F(LogFile, IsEmptiedOnceItHasReachedItsLimit) {
+  for (const size_t size : {0, 102399, 102400, 102401}) {
     const std::string before(size, 'x');
-    write_file(kLogFile, before);
+    write_file(KELCHK_LOG_FILE, before);
     kelchk::logToFile("a line");
     kelchk::logToFile("and another");
     const std::string kept = size < 102400 ? before : "";
-    EXPECT_EQ(read_file(kLogFile), size == 102399 ? "and another\n" : kept + "a line\nand another\n") << size;
+    EXPECT_EQ(read_file(KELCHK_LOG_FILE), size == 102399 ? "and another\n" : kept + "a line\nand another\n") << size;
   }
-  test::remove("/kelofs/startPara");
+  const std::string full(102400, 'x');
+  write_file(KELCHK_LOG_FILE, full);
+  const auto lose_line = [] { return kelchk::logToFile("lost"), 0; };
+  run_with({.kind = Trouble::kFails, .first = 3}, lose_line);  // the call that empties it
+  EXPECT_EQ(read_file(KELCHK_LOG_FILE), full);
+}
+
+TEST_F(LogFile, TakesLinesCutToTheScratch) {
+  ::umask(0);
+  std::fill_n(g_log_buf, sizeof g_log_buf, '#');
+  kelchk::log_file_line("line %d", 7);
+  EXPECT_EQ(std::string(g_log_buf, sizeof g_log_buf), "line 7" + std::string(sizeof g_log_buf - 6, '\0'));
+  kelchk::log_file_line("%s", std::string(3000, 'x').c_str());
+  EXPECT_EQ(read_file(KELCHK_LOG_FILE), "line 7\n" + std::string(2047, 'x') + "\n");
+  struct stat status = {};
+  EXPECT_EQ(::stat(KELCHK_LOG_FILE, &status), 0);
+  EXPECT_EQ(status.st_mode, S_IFREG | 0666U);
+
+  test::remove(KELCHK_STORE_BACKUP);
   kelchk::logToFile("lost");
   EXPECT_EQ(take_log(), Lines{"6 Unable to open the log file\n"});
 }
