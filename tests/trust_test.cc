@@ -1,4 +1,4 @@
-// The challenge, and which answers to it are accepted.
+// The challenge, and which answers to it log in.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <openssl/err.h>
@@ -9,48 +9,49 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <optional>
 #include <sstream>
 
 #include "kelchk.h"
 #include "tests/support/forgeries.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/golden.h"
 #include "tests/support/pki.h"
 
 namespace {
 
-// The crypto call that fails, and which one of its calls; 0 for none.
-std::string failing_call;
-int failing_nth = 0;
-int forced_verdict = -1;  // of a chain verification that "fails"
+// Fault injection: the call of this crypto function that fails, counted from 1; 0 for none.
+std::string failing_function;
+int failing_call = 0;
+int result_of_failing_verify_cert = -1;
 std::map<std::string, int> calls;
 
-bool fails(const std::string& name) {
-  return ++calls[name] == failing_nth && name == failing_call;
+bool fails(const std::string& function) {
+  return ++calls[function] == failing_call && function == failing_function;
 }
 
 }  // namespace
 
-// These come before the crypto library's: the program's own symbols are looked up first.
-#define FAILABLE(result, failure, name, parameters, arguments)                             \
+// The program's own symbols take precedence over the crypto library's.
+#define CAN_FAIL(result, failure, name, parameters, arguments)                             \
   extern "C" result name parameters {                                                      \
     static const auto next = reinterpret_cast<decltype(&name)>(::dlsym(RTLD_NEXT, #name)); \
     return fails(#name) ? failure : next arguments;                                        \
   }
-FAILABLE(BIO*, nullptr, BIO_new_mem_buf, (const void* buf, int len), (buf, len))
-FAILABLE(X509*, nullptr, PEM_read_bio_X509, (BIO * bio, X509** x, pem_password_cb* cb, void* arg), (bio, x, cb, arg))
-FAILABLE(X509_STORE*, nullptr, X509_STORE_new, (), ())
-FAILABLE(int, 0, X509_STORE_add_cert, (X509_STORE * store, X509* certificate), (store, certificate))
-FAILABLE(X509_STORE_CTX*, nullptr, X509_STORE_CTX_new, (), ())
-FAILABLE(int, 0, X509_STORE_CTX_init, (X509_STORE_CTX * ctx, X509_STORE* store, X509* x, STACK_OF(X509) * chain),
+CAN_FAIL(BIO*, nullptr, BIO_new_mem_buf, (const void* buf, int len), (buf, len))
+CAN_FAIL(X509*, nullptr, PEM_read_bio_X509, (BIO * bio, X509** x, pem_password_cb* cb, void* arg), (bio, x, cb, arg))
+CAN_FAIL(X509_STORE*, nullptr, X509_STORE_new, (), ())
+CAN_FAIL(int, 0, X509_STORE_add_cert, (X509_STORE * store, X509* certificate), (store, certificate))
+CAN_FAIL(X509_STORE_CTX*, nullptr, X509_STORE_CTX_new, (), ())
+CAN_FAIL(int, 0, X509_STORE_CTX_init, (X509_STORE_CTX * ctx, X509_STORE* store, X509* x, STACK_OF(X509) * chain),
          (ctx, store, x, chain))
-FAILABLE(int, forced_verdict, X509_verify_cert, (X509_STORE_CTX * context), (context))
-FAILABLE(int, 0, X509_verify, (X509 * certificate, EVP_PKEY* key), (certificate, key))
-FAILABLE(EVP_PKEY*, nullptr, X509_get_pubkey, (X509 * certificate), (certificate))
-FAILABLE(EVP_MD_CTX*, nullptr, EVP_MD_CTX_create, (), ())
-FAILABLE(int, 0, EVP_DigestVerifyInit, (EVP_MD_CTX * ctx, EVP_PKEY_CTX** p, const EVP_MD* md, ENGINE* e, EVP_PKEY* key),
+CAN_FAIL(int, result_of_failing_verify_cert, X509_verify_cert, (X509_STORE_CTX * context), (context))
+CAN_FAIL(int, 0, X509_verify, (X509 * certificate, EVP_PKEY* key), (certificate, key))
+CAN_FAIL(EVP_PKEY*, nullptr, X509_get_pubkey, (X509 * certificate), (certificate))
+CAN_FAIL(EVP_MD_CTX*, nullptr, EVP_MD_CTX_create, (), ())
+CAN_FAIL(int, 0, EVP_DigestVerifyInit, (EVP_MD_CTX * ctx, EVP_PKEY_CTX** p, const EVP_MD* md, ENGINE* e, EVP_PKEY* key),
          (ctx, p, md, e, key))
-FAILABLE(int, 0, EVP_DigestVerifyUpdate, (EVP_MD_CTX * ctx, const void* data, size_t len), (ctx, data, len))
-FAILABLE(int, 0, EVP_DigestVerifyFinal, (EVP_MD_CTX * ctx, const uint8_t* sig, size_t len), (ctx, sig, len))
+CAN_FAIL(int, 0, EVP_DigestVerifyUpdate, (EVP_MD_CTX * ctx, const void* data, size_t len), (ctx, data, len))
+CAN_FAIL(int, 0, EVP_DigestVerifyFinal, (EVP_MD_CTX * ctx, const uint8_t* sig, size_t len), (ctx, sig, len))
 
 namespace {
 
@@ -59,119 +60,119 @@ using namespace std::string_literals;
 using testing::ElementsAre;
 
 constexpr int64_t kBeforeRoot = 86400, kAfterRoot = 0x9000'0000;
-constexpr size_t kNotLookedAt = SIZE_MAX;
 constexpr char kChallenge[] = "0AFF3C";
-
-Lines decoded(size_t len) {
-  return {"3 EVP_DecodeBase64 f_cert_len=" + std::to_string(len)};
-}
-const Lines kSignatureFails = {"6 EVP_DigestVerifyFinal  ret=0", "6 signature err \n"};
-
-Lines chain_report(uint32_t code) {
-  char text[120];
-  ERR_error_string_n(code, text, sizeof text);
-  const std::string line = "6 sub certificate err =";
-  return {line + std::to_string(code) + " \n", line + text + " \n"};
-}
+constexpr char kAnswerKey[] = "randomNumber=";
+constexpr size_t kAnswerKeyLen = sizeof kAnswerKey - 1;
 
 class TrustTest : public PhoneTest {
   void SetUp() override {
     PhoneTest::SetUp();
     std::strcpy(g_rand_buf, kChallenge);
-    failing_nth = 0;
-    forced_verdict = -1;
+    failing_call = 0;
+    result_of_failing_verify_cert = -1;
   }
 };
+using Challenge = TrustTest;
+using Login = TrustTest;
+using SignedMessage = TrustTest;
+using CertificateChain = TrustTest;
 
-// Hands |record| in, where not one byte behind it can be read and while the error queue holds an error of others.
-int answer(const std::string& record) {
+// Passes |record| with unreadable memory right after it and with somebody else's error in the crypto library's queue.
+int log_in(const std::string& record) {
   const Guarded in(record + '\0');
   ERR_put_error(ERR_LIB_USER, 0, 77, __FILE__, __LINE__);
   const int result = kelo_verify_rand(in.data(), static_cast<unsigned>(record.size()));
-  EXPECT_EQ(g_is_authed, result == 0);
+  EXPECT_EQ(g_is_authed, result == 0 ? 1 : 0);
   g_is_authed = 0;
   return result;
 }
 
 // ---- The challenge ----
 
-TEST_F(TrustTest, IssuesChallengesOfEveryLength) {
-  for (const unsigned len : {0U, 1U, 2U, 5U, 249U, 250U}) {
-    const Guarded out(std::string(13 + len + 1, '#'));
+TEST_F(Challenge, IsRandomAndAsLongAsRequested) {
+  for (const unsigned len : {0, 1, 2, 5, KELCHK_CHALLENGE_MAX - 1, KELCHK_CHALLENGE_MAX}) {
+    const Guarded out(std::string(kAnswerKeyLen + len + 1, '#'));
     unsigned out_len = len;
     EXPECT_EQ(kelo_get_rand(out.data(), &out_len), 0);
-    EXPECT_EQ(out_len, 13 + len);
+    EXPECT_EQ(out_len, kAnswerKeyLen + len);
     const std::string challenge = g_rand_buf;
-    EXPECT_EQ(out.view(), "randomNumber=" + challenge + '\0');
+    EXPECT_EQ(out.view(), kAnswerKey + challenge + '\0');
     EXPECT_EQ(challenge.find_first_not_of("0123456789ABCDEF"), challenge.npos) << challenge;
     EXPECT_TRUE(len < 200 || challenge.find(challenge.substr(0, 20), 1) == challenge.npos) << "is random";
   }
   EXPECT_THAT(take_log(), testing::IsEmpty());
 }
 
-TEST_F(TrustTest, EncodesWhatTheDeviceGivesAndTellsWhenItDoesNot) {
+TEST_F(Challenge, HoldsTheDeviceBytesOrReportsTheFailedStep) {
   const std::string device = "/dev/urandom";
   const auto gives = [=](const std::string& bytes) { return [=] { write_file(device, bytes); }; };
   struct Row {
+    const char* name;
     std::function<void()> prepare;
     unsigned len;
-    int result;
     std::string challenge;
-    Lines log;
+    Lines log = {};
   };
-  const Row rows[] = {
-      {gives("\x12\x3f\xa0\xbc"), 5, 0, "123FA", {}},
-      {gives("\x0a\xff"), 8, 0, "0AFF0000", {}},
-      {[=] { put_folder(device); }, 4, -1, "", {"6 kelo_get_rand read /dev/urandom error=21"}},
-      {[=] { test::remove(device); }, 4, -1, kChallenge, {"6 kelo_get_rand open /dev/urandom error=2"}}};
-  for (const auto& [prepare, asked, result, challenge, log] : rows) {
+  // clang-format off
+  for (const Row& row : {
+      Row{.name = "odd length", .prepare = gives("\x12\x3f\xa0\xbc"), .len = 5, .challenge = "123FA"},
+      Row{.name = "short read", .prepare = gives("\x0a\xff"), .len = 8, .challenge = "0AFF0000"},
+      Row{.name = "unreadable", .prepare = [&] { put_folder(device); }, .len = 4, .challenge = "",
+          .log = {"6 kelo_get_rand read /dev/urandom error=21"}},
+      Row{.name = "missing", .prepare = [&] { test::remove(device); }, .len = 4, .challenge = kChallenge,
+          .log = {"6 kelo_get_rand open /dev/urandom error=2"}}}) {
+    // clang-format on
+    SCOPED_TRACE(row.name);
     make_phone(Chip::kUnisoc);
-    prepare();
+    row.prepare();
     std::strcpy(g_rand_buf, kChallenge);
-    char out[264] = "##############################";
-    unsigned len = asked;
-    EXPECT_EQ(kelo_get_rand(out, &len), result);
-    EXPECT_EQ(g_rand_buf, challenge);
-    EXPECT_EQ(out, "randomNumber=" + (result == 0 ? challenge : ""));
-    EXPECT_EQ(len, result == 0 ? asked + 13 : asked);
-    EXPECT_EQ(take_log(), log);
+    const bool is_issued = row.log.empty();
+    char out[KELCHK_CHALLENGE_ANSWER_CAP] = "##############################";
+    unsigned len = row.len;
+    EXPECT_EQ(kelo_get_rand(out, &len), is_issued ? 0 : -1);
+    EXPECT_EQ(g_rand_buf, row.challenge);
+    EXPECT_EQ(out, kAnswerKey + (is_issued ? row.challenge : ""));
+    EXPECT_EQ(len, is_issued ? kAnswerKeyLen + row.len : row.len);
+    EXPECT_EQ(take_log(), row.log);
   }
 }
 
-TEST_F(TrustTest, RefusesBadChallengeArguments) {
-  char out[4] = "###";
-  unsigned lengths[] = {251U, UINT_MAX, 4U};
+TEST_F(Challenge, RejectsInvalidArguments) {
+  char out[] = "###";
+  unsigned lengths[] = {KELCHK_CHALLENGE_MAX + 1, UINT_MAX, 4};
   for (unsigned& len : lengths) EXPECT_EQ(kelo_get_rand(len == 4 ? nullptr : out, &len), -1);
   EXPECT_EQ(kelo_get_rand(out, nullptr), -1);
-  EXPECT_THAT(lengths, ElementsAre(251U, UINT_MAX, 4U));
+  EXPECT_THAT(lengths, ElementsAre(KELCHK_CHALLENGE_MAX + 1, UINT_MAX, 4));
   EXPECT_EQ(take_log(), Lines(4, "6 kelo_get_rand input error"));
   EXPECT_STREQ(out, "###");
   EXPECT_STREQ(g_rand_buf, kChallenge);
 }
 
-TEST_F(TrustTest, LogsInUntilTheProcessEnds) {
-  g_rand_buf[0] = '\0';
-  EXPECT_EQ(answer(signed_record(default_signer(), "")), 0) << "no challenge yet: the empty text";
+// ---- The login ----
 
-  char out[264];
-  unsigned len = 250;
+TEST_F(Login, LastsAndCanBeRepeatedUntilTheNextChallenge) {
+  g_rand_buf[0] = '\0';
+  EXPECT_EQ(log_in(signed_record(default_signer(), "")), 0) << "before the first challenge it is the empty text";
+
+  char out[KELCHK_CHALLENGE_ANSWER_CAP];
+  unsigned len = KELCHK_CHALLENGE_MAX;
   ASSERT_EQ(kelo_get_rand(out, &len), 0);
-  const std::string record = signed_record(default_signer(), out + 13);
-  const auto len_of_record = static_cast<unsigned>(record.size());
-  EXPECT_EQ(kelo_verify_rand(record.c_str(), len_of_record), 0);
-  EXPECT_EQ(kelo_verify_rand(record.c_str(), len_of_record), 0) << "the challenge is not used up";
+  const std::string record = signed_record(default_signer(), out + kAnswerKeyLen);
+  const auto record_len = static_cast<unsigned>(record.size());
+  EXPECT_EQ(kelo_verify_rand(record.c_str(), record_len), 0);
+  EXPECT_EQ(kelo_verify_rand(record.c_str(), record_len), 0) << "the challenge is not used up";
   EXPECT_EQ(kelo_verify_rand("", 0), -1);
-  EXPECT_EQ(g_is_authed, 1) << "a failure takes no login back";
+  EXPECT_EQ(g_is_authed, 1) << "a failure does not end the login";
 
   std::memset(g_rand_buf, 'A', sizeof g_rand_buf);
-  EXPECT_EQ(answer(signed_record(default_signer(), std::string(256, 'A'))), 0) << "the text ends with its buffer";
+  EXPECT_EQ(log_in(signed_record(default_signer(), std::string(sizeof g_rand_buf, 'A'))), 0) << "unterminated";
 }
 
-TEST_F(TrustTest, RefusesAnotherLengthThanTheText) {
+TEST_F(Login, RejectsALengthThatDiffersFromTheText) {
   const std::string record = signed_record(default_signer(), kChallenge);
   const auto len = static_cast<unsigned>(record.size());
-  const Guarded unending(record + "#");
-  const char *text = record.c_str(), *no_end = unending.data();
+  const Guarded unterminated(record + "#");
+  const char *text = record.c_str(), *no_end = unterminated.data();
   for (const auto& [in, in_len] : {std::pair{text, len - 1},
                                    {text, len + 1},
                                    {text, UINT_MAX},
@@ -185,115 +186,174 @@ TEST_F(TrustTest, RefusesAnotherLengthThanTheText) {
   EXPECT_EQ(g_is_authed, 0);
 }
 
-struct Logs {
-  Lines log, file;
-};
+// ---- The outcome of a login ----
 
-// What a chain verification logs that ends with |errors|, the one of the second run behind the one of the first.
-Logs chain_logs(const std::vector<int>& errors, bool holds) {
-  Logs logs;
+struct Outcome {
+  std::optional<size_t> certificate_len = {};  // of the decoded certificate; none when it is not decoded
+  std::vector<int> chain_errors = {};          // of each run of the chain verification
+  std::string rejection = "";                  // the message; none when the record is accepted
+};
+constexpr char kChainRejected[] = "sub certificate err =";
+
+// Logs in with |record| and compares the result and both logs.
+void expect_outcome(const std::string& record, const Outcome& outcome) {
+  const auto& [certificate_len, errors, rejection] = outcome;
+  EXPECT_EQ(log_in(record), rejection.empty() ? 0 : -1);
+  EXPECT_EQ(certificate_len && ERR_peek_error() != 0, false) << "an error stays in the crypto library's queue";
+  ERR_clear_error();
+  const Lines found = take_log();
+
+  Lines log, file;
+  if (certificate_len) log.push_back("3 EVP_DecodeBase64 f_cert_len=" + std::to_string(*certificate_len));
   for (const int error : errors) {
-    logs.log.push_back("4 kelo_X509_verify_cert ret = "s + X509_verify_cert_error_string(error));
-    if (error != 0) logs.file = logs.file + Lines{"kelo_X509_verify_cert  ret=0", X509_verify_cert_error_string(error)};
+    const char* const text = X509_verify_cert_error_string(error);
+    log.push_back("4 kelo_X509_verify_cert ret = "s + text);
+    if (error != X509_V_OK) file = file + Lines{"kelo_X509_verify_cert  ret=0", text};
   }
-  if (holds) logs.log.push_back(kChainHolds[1]);
-  if (holds && errors[0] != 0) {
-    logs.file.push_back("ingore the error of X509_V_ERR_CERT_NOT_YET_VALID || X509_V_ERR_CERT_HAS_EXPIRED");
-    logs.file.push_back(X509_verify_cert_error_string(errors[0]));
+  if (rejection == kChainRejected) {
+    uint32_t code = 0;  // for a bad signature it depends on the signature's bits
+    if (found.size() > 1) std::sscanf(found.rbegin()[1].c_str(), "6 sub certificate err =%u", &code);
+    const int library = errors.back() == X509_V_ERR_CERT_SIGNATURE_FAILURE ? ERR_LIB_RSA : 0;
+    EXPECT_EQ(ERR_GET_LIB(code), library) << "the code is not that of this failure";
+    char text[120];
+    ERR_error_string_n(code, text, sizeof text);
+    for (const std::string& shown : {std::to_string(code), std::string(text)}) {
+      log.push_back("6 "s + kChainRejected + shown + " \n");
+    }
+  } else if (errors.empty()) {
+    log.push_back("6 " + rejection);
+  } else {
+    if (errors[0] != X509_V_OK) {
+      file.push_back("ingore the error of X509_V_ERR_CERT_NOT_YET_VALID || X509_V_ERR_CERT_HAS_EXPIRED");
+      file.push_back(X509_verify_cert_error_string(errors[0]));
+    }
+    if (!rejection.empty()) file.push_back(rejection);
+    log = log + Lines{kChainHolds[1]} +
+          (rejection.empty() ? kSignatureHolds : Lines{"6 " + rejection, "6 signature err \n"});
   }
-  return logs;
+  EXPECT_EQ(found, log);
+  EXPECT_EQ(take_log_file(), file);
 }
 
-// Has |body| run with a right clock, one before the root's start and one after its end, which not every phone can show:
-// told are the clock's column in the table of signers and the error that it gives a chain that holds.
+// Runs |body| with the right clock, with one before the root's validity and with one after it, where time_t can hold
+// that. |column| is the clock's in the table of signers, |error| that of a valid chain.
 void at_each_clock(const std::function<void(size_t column, int error)>& body) {
   struct Clock {
-    int64_t time;
+    int64_t now;
     size_t column;
     int error;
   };
-  for (const auto& [time, column, error] : {Clock{0, 1, 0}, {kBeforeRoot, 2, 9}, {kAfterRoot, 3, 10}}) {
-    if (static_cast<time_t>(time) != time) continue;
-    SCOPED_TRACE("clock " + std::to_string(time));
-    set_clock(static_cast<time_t>(time));
-    body(column, error);
+  for (const Clock& clock : {Clock{.now = 0, .column = 1, .error = X509_V_OK},
+                             Clock{.now = kBeforeRoot, .column = 2, .error = X509_V_ERR_CERT_NOT_YET_VALID},
+                             Clock{.now = kAfterRoot, .column = 3, .error = X509_V_ERR_CERT_HAS_EXPIRED}}) {
+    if (static_cast<time_t>(clock.now) != clock.now) continue;
+    SCOPED_TRACE("clock " + std::to_string(clock.now));
+    set_clock(static_cast<time_t>(clock.now));
+    body(clock.column, clock.error);
   }
-}
-
-// Has |record|, whose certificate decodes to |decoded_len| bytes or is not looked at, judged so at any clock.
-void expect_record(const std::string& record, size_t decoded_len, const std::string& verdict, const std::string& told) {
-  const bool holds = verdict == "accepted", is_wrong = told.starts_with("EVP_DigestVerifyFinal");
-  const bool is_looked_at = decoded_len != kNotLookedAt;
-  at_each_clock([&](size_t, int error) {
-    EXPECT_EQ(answer(record), holds - 1);
-    auto [log, file] = holds || is_wrong ? chain_logs({error}, true) : Logs();
-    log = (is_looked_at ? decoded(decoded_len) : Lines()) + log + (holds ? kSignatureHolds : Lines{"6 " + told});
-    if (is_wrong) log.push_back("6 signature err \n"), file.push_back(told);
-    EXPECT_EQ(take_log(), log);
-    EXPECT_EQ(take_log_file(), file);
-    EXPECT_TRUE(!is_looked_at || ERR_peek_error() == 0);
-    ERR_clear_error();
-  });
 }
 
 // ---- The record ----
 
-TEST_F(TrustTest, ReadsTheTwoFieldsWithinTheirLimits) {
+TEST_F(SignedMessage, ReadsBothFieldsWithinTheirLimits) {
   const Signer &signer = default_signer(), longest = make_signer({.comment_len = 2215});
   const Signer shortest = make_signer({.key = "other", .name = "S", .extensions = {}, .comment_len = 27});
   const std::string cert = signer.certificate_text(), sig = base64(sign(signer.key.get(), kChallenge));
-  const std::map<std::string, std::string> pieces = {
-      {"certificate", cert},
-      {"certificate in two lines", cert.substr(0, 64) + "\n" + cert.substr(65)},
-      {"certificate without its end", cert.substr(0, cert.size() - 4)},
-      {"signature", sig},
-      {"shortest", signed_record(shortest, kChallenge)},
-      {"longest", signed_record(longest, kChallenge)},
-      {"shortest certificate", shortest.certificate_text()},
-      {"signature begun anew", "*" + sig.substr(1)},
-      {"too short", shortest.certificate_text().substr(0, 1023)},
-      {"signature with a spare bit", sig.substr(0, 341) + static_cast<char>(sig[341] + 1) + "=="}};
-  for (const Lines& row : forgeries("Texts")) {
-    SCOPED_TRACE(row[0]);
-    const size_t len = row[1] == "-" ? kNotLookedAt : row[1] == "own" ? signer.der.size() : std::stoul(row[1]);
-    expect_record(expand(row[0], [&](const std::string& name) { return pieces.at(name); }), len, row[2], row[3]);
+  const std::string other_cert = shortest.certificate_text(), two_lines = cert.substr(0, 64) + "\n" + cert.substr(65);
+  const std::string spare_bit = sig.substr(0, 341) + static_cast<char>(sig[341] + 1) + "==";
+  ASSERT_EQ(other_cert.size(), KELCHK_CERTIFICATE_TEXT_MIN);
+  ASSERT_EQ(longest.certificate_text().size(), KELCHK_CERTIFICATE_TEXT_MAX - 3) << "the longest base64";
+  const auto a = [](size_t count) { return std::string(count, 'A'); };
+  const auto record = [](const std::string& certificate, const std::string& signature) {
+    return "factoryCert=" + certificate + "&sign=" + signature;
+  };
+  const std::string usual = record(cert, sig), cut = cert.substr(0, cert.size() - 4);
+  const std::string other = signed_record(shortest, kChallenge);
+  const size_t len = signer.der.size();
+  const auto accepted = [](size_t cert_len) {
+    return Outcome{.certificate_len = cert_len, .chain_errors = {X509_V_OK}};
+  };
+  const auto bad_cert = [](size_t cert_len) {
+    return Outcome{.certificate_len = cert_len, .rejection = "get sub_cert err"};
+  };
+  const Outcome no_cert = {.rejection = "getValueByKey factoryCert err"};
+  const Outcome no_sign = {.certificate_len = len, .rejection = "getValueByKey sign err"};
+  const Outcome bad_sign = {.certificate_len = len, .rejection = "signature_bin_len err=0"};
+  const Outcome long_sign = {.certificate_len = len, .rejection = "signature_bin_len err=1023"};
+  const Outcome longest_accepted = accepted(longest.der.size());
+  Outcome wrong_sign = accepted(len);
+  wrong_sign.rejection = "EVP_DigestVerifyFinal  ret=0";
+  struct Row {
+    const char* name;
+    std::string record;
+    Outcome outcome;
+  };
+  // clang-format off
+  for (const Row& row : {
+      Row{.name = "any order", .record = "sign=" + sig + "&ver=1&factoryCert=" + cert + "&", .outcome = accepted(len)},
+      Row{.name = "similar keys", .record = "design=9&mysign=8&signs=7&" + usual, .outcome = accepted(len)},
+      Row{.name = "first certificate counts", .record = "factoryCert=" + cert + "&" + other, .outcome = wrong_sign},
+      Row{.name = "first signature counts", .record = usual + "&sign=x", .outcome = accepted(len)},
+      Row{.name = "another signature first", .record = record(cert, "x&sign=" + sig), .outcome = bad_sign},
+      Row{.name = "first that fits counts", .record = "factoryCert=" + a(4096) + "&" + usual, .outcome = accepted(len)},
+      Row{.name = "shortest certificate", .record = other, .outcome = accepted(shortest.der.size())},
+      Row{.name = "longest certificate", .record = signed_record(longest, kChallenge), .outcome = longest_accepted},
+      Row{.name = "certificate too short by 1", .record = record(other_cert.substr(1), sig), .outcome = no_cert},
+      Row{.name = "1024 characters, but no certificate", .record = record(a(1024), sig), .outcome = bad_cert(768)},
+      Row{.name = "4095 characters, but no base64", .record = record(a(4095), sig), .outcome = bad_cert(0)},
+      Row{.name = "certificate too long by 1", .record = record(a(4096), sig), .outcome = no_cert},
+      Row{.name = "empty record", .record = "", .outcome = no_cert},
+      Row{.name = "longer key", .record = "x" + usual, .outcome = no_cert},
+      Row{.name = "key inside a value", .record = "x=" + usual, .outcome = no_cert},
+      Row{.name = "certificate in two lines", .record = record(two_lines, sig), .outcome = bad_cert(0)},
+      Row{.name = "certificate cut", .record = record(cut, sig), .outcome = bad_cert(cut.size() / 4 * 3)},
+      Row{.name = "no signature", .record = "factoryCert=" + cert, .outcome = no_sign},
+      Row{.name = "empty signature", .record = record(cert, ""), .outcome = no_sign},
+      Row{.name = "signature too long by 1", .record = record(cert, a(2048)), .outcome = no_sign},
+      Row{.name = "2047 characters, but no base64", .record = record(cert, a(2047)), .outcome = bad_sign},
+      Row{.name = "signature of 1026 bytes", .record = record(cert, a(1368)), .outcome = bad_sign},
+      Row{.name = "signature of 1023 bytes", .record = record(cert, a(1364)), .outcome = long_sign},
+      Row{.name = "signature that is no base64", .record = record(cert, "*" + sig.substr(1)), .outcome = bad_sign},
+      Row{.name = "signature with a spare bit", .record = record(cert, spare_bit), .outcome = accepted(len)},
+      Row{.name = "usual form", .record = usual, .outcome = accepted(len)}}) {
+    // clang-format on
+    SCOPED_TRACE(row.name);
+    expect_outcome(row.record, row.outcome);
   }
-  EXPECT_EQ(answer("factoryCert=" + cert + "&sign=" + sig), 0);
   EXPECT_EQ(g_factory_pem, cert);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(g_factor_der), signer.der.size()), signer.der);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(g_factor_der), len), signer.der);
 }
 
-TEST_F(TrustTest, AcceptsTheSignaturesOfSignersAlone) {
-  char out[264];
+TEST_F(SignedMessage, AcceptsOnlyTheSignersSignatureOverTheChallenge) {
+  char out[KELCHK_RECORD_MAX];
   unsigned len = 64;
   ASSERT_EQ(kelo_get_rand(out, &len), 0);
   const std::string earlier = g_rand_buf;
   ASSERT_EQ(kelo_get_rand(out, &(len = 64)), 0);
   const std::string challenge = g_rand_buf;
-  char told[4096];
   g_is_authed = 1;
-  ASSERT_EQ(kelo_get_para("mac=FC01", 8, told, &len), 0);
+  ASSERT_EQ(kelo_get_para("mac=FC01", 8, out, &len), 0);
   g_is_authed = 0;
   take_log();
   const Signer& signer = default_signer();
   EVP_PKEY* const key = signer.key.get();
   const Signer weak = make_signer({.key = "rsa1024"}), big = make_signer({.key = "rsa4096"});
   const Signer curve = make_signer({.key = "ec"});
-  const std::string right = sign(key, challenge), zeros(256, '\0');
+  const std::string right = sign(key, challenge), zeros(KELCHK_SIGNATURE_LEN, '\0');
   const std::string of_weak = sign(weak.key.get(), challenge), of_big = sign(big.key.get(), challenge);
   std::string changed = right, of_curve;
-  changed[255] = static_cast<char>(changed[255] ^ 1);
-  while (of_curve.size() != 71) of_curve = sign(curve.key.get(), challenge);  // 71 bytes is its commonest length
-  struct Made {
-    const Signer& by;
+  changed.back() ^= 1;
+  while (of_curve.size() != 71) of_curve = sign(curve.key.get(), challenge);  // 71 bytes is its most frequent length
+  struct Forgery {
+    const Signer& signer;
     std::string signature;
   };
-  const std::map<std::string, Made> made = {
+  const std::map<std::string, Forgery> forgeries = {
       {"as it should be", {signer, right}},
       {"last byte changed", {signer, changed}},
       {"one byte more", {signer, right + '\0'}},
-      {"one byte less", {signer, right.substr(0, 255)}},
-      {"over the whole answer", {signer, sign(key, "randomNumber=" + challenge)}},
+      {"one byte less", {signer, right.substr(0, KELCHK_SIGNATURE_LEN - 1)}},
+      {"over the whole answer", {signer, sign(key, kAnswerKey + challenge)}},
       {"over the challenge and its terminator", {signer, sign(key, challenge + '\0')}},
       {"over the chip id", {signer, sign(key, "mt0123456789abcdef0123456789000000")}},
       {"over the record", {signer, sign(key, signed_content(g_para_buf))}},
@@ -306,167 +366,144 @@ TEST_F(TrustTest, AcceptsTheSignaturesOfSignersAlone) {
       {"by an RSA-1024 key", {weak, of_weak}},
       {"by an RSA-4096 key", {big, of_big}},
       {"by an ECDSA key", {curve, of_curve}},
-      {"by an RSA-1024 key, filled up to 256 bytes", {weak, zeros.substr(128) + of_weak}},
-      {"by an RSA-4096 key, cut to 256 bytes", {big, of_big.substr(0, 256)}},
-      {"by an ECDSA key, filled up to 256 bytes", {curve, of_curve + zeros.substr(71)}}};
-  judge_forgeries("Signatures", made, [&](const Made& forged, const Lines& row) {
-    const std::string record = "factoryCert=" + forged.by.certificate_text() + "&sign=" + base64(forged.signature);
-    expect_record(record, forged.by.der.size(), row[1], row[2]);
+      {"by an RSA-1024 key, filled up to 256 bytes", {weak, zeros.substr(of_weak.size()) + of_weak}},
+      {"by an RSA-4096 key, cut to 256 bytes", {big, of_big.substr(0, KELCHK_SIGNATURE_LEN)}},
+      {"by an ECDSA key, filled up to 256 bytes", {curve, of_curve + zeros.substr(of_curve.size())}}};
+  judge_forgeries("Signatures", forgeries, [&](const Forgery& forgery, const Lines& row) {
+    const std::string &verdict = row[1], &rejection = row[2];
+    EXPECT_EQ(verdict, rejection.empty() ? "accepted" : "refused");
+    const bool is_verified = rejection.empty() || rejection.starts_with("EVP_DigestVerifyFinal");
+    const std::string record =
+        "factoryCert=" + forgery.signer.certificate_text() + "&sign=" + base64(forgery.signature);
+    at_each_clock([&](size_t, int error) {
+      const std::vector<int> errors(is_verified ? 1 : 0, error);
+      expect_outcome(record,
+                     {.certificate_len = forgery.signer.der.size(), .chain_errors = errors, .rejection = rejection});
+    });
   });
 }
 
 // ---- The chain ----
 
-// The crypto library's code for a bad signature depends on what the bits give.
-uint32_t code_in(const Lines& log) {
-  uint32_t code = 0;
-  for (const std::string& line : log) std::sscanf(line.c_str(), "6 sub certificate err =%u", &code);
-  return code;
-}
-
-// Has |signer|'s answer judged as |outcome| says: "refused (9, 7)" names the error of each run of the verification.
-void expect_outcome(const Signer& signer, const std::string& outcome) {
-  const bool holds = outcome.starts_with("accepted");
-  std::vector<int> errors;
-  std::istringstream numbers(outcome.substr(outcome.find('(') + 1));
-  for (int error; numbers >> error; numbers.ignore()) errors.push_back(error);
-  ASSERT_FALSE(errors.empty()) << outcome;
-
-  EXPECT_EQ(answer(signed_record(signer, kChallenge)), holds - 1);
-  const auto [log, file] = chain_logs(errors, holds);
-  const Lines found = take_log();
-  const uint32_t code = code_in(found);
-  EXPECT_EQ(ERR_GET_LIB(code), errors.back() == 7 ? ERR_LIB_RSA : 0) << "tells this failure's code alone";
-  EXPECT_EQ(ERR_peek_error(), 0U);
-  EXPECT_EQ(found, decoded(signer.der.size()) + log + (holds ? kSignatureHolds : chain_report(code)));
-  EXPECT_EQ(take_log_file(), file);
-}
-
-TEST_F(TrustTest, AcceptsTheRootsSignersAloneWhateverTheClockSays) {
+TEST_F(CertificateChain, AcceptsOnlySignersIssuedByTheRootAtAnyClock) {
   const SignerOptions other_ca = {.key = "other", .self_signed = true, .name = "Root", .extensions = kCaExtensions};
-  SignerOptions with_root_name = other_ca, between = other_ca;
+  SignerOptions with_root_name = other_ca, ca_of_root = other_ca;
   with_root_name.has_root_name = true;
-  between.self_signed = false;
+  ca_of_root.self_signed = false;
   const Signer another_root = make_signer(other_ca), forged_root = make_signer(with_root_name);
-  const Signer intermediate = make_signer(between);
+  const Signer intermediate = make_signer(ca_of_root);
   const auto usual = SignerOptions().extensions;
-  const std::vector without_authority(usual.begin(), usual.end() - 1);
+  SignerOptions without_authority = {.issuer = &forged_root};
+  without_authority.extensions.pop_back();
   auto with_critical = usual, for_servers = usual;
   with_critical.emplace_back(NID_description, "critical,DER:0500");
   for_servers[1].second = "critical,keyEncipherment";
   for_servers.emplace_back(NID_ext_key_usage, "critical,serverAuth");
   for_servers.emplace_back(NID_crl_distribution_points, "URI:http://localhost/revoked");
   const SignerOptions expired = {.not_before = "230101000000Z", .not_after = "230601000000Z"};
-  const auto damage = [](Signer& signer) { signer.der.back() ^= 1; };
+  using Change = std::function<void(Signer&)>;
+  const Change use_root = [](Signer& signer) { signer = {bssl::UpRef(root().key), nullptr, root().der}; };
+  const Change add_byte = [](Signer& signer) { signer.der += "x"; };
+  const Change add_issuer = [&](Signer& signer) { signer.der += intermediate.der; };
+  const Change flip_in_signature = [](Signer& signer) { signer.der.back() ^= 1; };
+  const Change flip_in_content = [](Signer& signer) { signer.der[signer.der.size() - 300] ^= 1; };
 
-  struct Made {
-    SignerOptions options;
-    std::function<void(Signer&)> change = [](Signer&) {};
+  struct Forgery {
+    SignerOptions options = {};
+    Change change = [](Signer&) {};
   };
-  const std::map<std::string, Made> made = {
+  // clang-format off
+  const std::map<std::string, Forgery> forgeries = {
       {"issued by the root", {}},
-      {"expired", {expired}},
-      {"not yet valid", {{.not_before = "390601000000Z"}}},
-      {"valid beyond 2038", {{.not_after = "491231235959Z"}}},
-      {"a CA", {between}},
-      {"valid beyond 2050", {{.not_after = "20790101000000Z"}}},
-      {"without extensions", {{.extensions = {}}}},
-      {"the root itself",
-       {{},
-        [](Signer& signer) {
-          signer = {bssl::UpRef(root().key), nullptr, root().der};
-        }}},
-      {"for another purpose, with a list of the revoked", {{.extensions = for_servers}}},
-      {"signed with SHA-512", {{.digest = EVP_sha512()}}},
-      {"signed with SHA-1", {{.digest = EVP_sha1()}}},
-      {"signed with MD5", {{.digest = EVP_md5()}}},
-      {"another root", {other_ca}},
-      {"bytes behind it", {{}, [](Signer& signer) { signer.der += "x"; }}},
-      {"self-signed", {{.key = "other", .self_signed = true, .extensions = {}}}},
-      {"another root's", {{.issuer = &another_root}}},
-      {"a root with the root's name", {with_root_name}},
-      {"issued under the root's name", {{.issuer = &forged_root}}},
-      {"issued under the root's name, without its key's id",
-       {{.issuer = &forged_root, .extensions = without_authority}}},
-      {"an intermediate's", {{.issuer = &intermediate}}},
-      {"an intermediate's, which stands behind it",
-       {{.issuer = &intermediate}, [&](Signer& signer) { signer.der += intermediate.der; }}},
-      {"a bit of its signature flipped", {{}, damage}},
-      {"a bit of its signature flipped, expired", {expired, damage}},
-      {"a bit of its content flipped", {{}, [](Signer& signer) { signer.der[signer.der.size() - 300] ^= 1; }}},
-      {"unknown critical extension", {{.extensions = with_critical}}}};
-  judge_forgeries("Signers", made, [](const Made& forged, const Lines& row) {
-    Signer signer = make_signer(forged.options);
-    forged.change(signer);
-    at_each_clock([&](size_t column, int) { expect_outcome(signer, row[column]); });
+      {"expired", {.options = expired}},
+      {"not yet valid", {.options = {.not_before = "390601000000Z"}}},
+      {"valid beyond 2038", {.options = {.not_after = "491231235959Z"}}},
+      {"valid beyond 2050", {.options = {.not_after = "20790101000000Z"}}},
+      {"a CA", {.options = ca_of_root}},
+      {"without extensions", {.options = {.extensions = {}}}},
+      {"the root itself", {.change = use_root}},
+      {"for another purpose, with a list of the revoked", {.options = {.extensions = for_servers}}},
+      {"signed with SHA-512", {.options = {.digest = EVP_sha512()}}},
+      {"signed with SHA-1", {.options = {.digest = EVP_sha1()}}},
+      {"signed with MD5", {.options = {.digest = EVP_md5()}}},
+      {"bytes behind it", {.change = add_byte}},
+      {"self-signed", {.options = {.key = "other", .self_signed = true, .extensions = {}}}},
+      {"another root", {.options = other_ca}},
+      {"another root's", {.options = {.issuer = &another_root}}},
+      {"a root with the root's name", {.options = with_root_name}},
+      {"issued under the root's name", {.options = {.issuer = &forged_root}}},
+      {"issued under the root's name, without its key's id", {.options = without_authority}},
+      {"an intermediate's", {.options = {.issuer = &intermediate}}},
+      {"an intermediate's, which stands behind it", {.options = {.issuer = &intermediate}, .change = add_issuer}},
+      {"a bit of its signature flipped", {.change = flip_in_signature}},
+      {"a bit of its signature flipped, expired", {.options = expired, .change = flip_in_signature}},
+      {"a bit of its content flipped", {.change = flip_in_content}},
+      {"unknown critical extension", {.options = {.extensions = with_critical}}}};
+  // clang-format on
+  judge_forgeries("Signers", forgeries, [](const Forgery& forgery, const Lines& row) {
+    Signer signer = make_signer(forgery.options);
+    forgery.change(signer);
+    at_each_clock([&](size_t column, int) {
+      const std::string& verdict = row[column];  // "refused (9, 7)" names the error of each run
+      std::istringstream numbers(verdict.substr(verdict.find('(') + 1));
+      const std::string rejection = verdict.starts_with("accepted") ? "" : kChainRejected;
+      Outcome outcome = {.certificate_len = signer.der.size(), .rejection = rejection};
+      for (int error; numbers >> error; numbers.ignore()) outcome.chain_errors.push_back(error);
+      ASSERT_FALSE(outcome.chain_errors.empty()) << verdict;
+      expect_outcome(signed_record(signer, kChallenge), outcome);
+    });
   });
 }
 
-// ---- The chain ----
-
-// ---- A crypto library that fails ----
-
-TEST_F(TrustTest, RefusesABadSignatureThatTheWaivingRunHides) {
+TEST_F(CertificateChain, RejectsABadSignatureThatTheWaivingRunHides) {
   Signer forged = make_signer();
   forged.der.back() ^= 1;
   set_clock(kBeforeRoot);
-  failing_call = "X509_verify_cert";
-  failing_nth = 2;
-  forced_verdict = 1;
+  failing_function = "X509_verify_cert";
+  failing_call = 2;
+  result_of_failing_verify_cert = 1;
   calls.clear();
-  expect_outcome(forged, "refused (9, 7)");
-  EXPECT_EQ(calls["X509_verify_cert"], 2) << "a wrong clock must not end the look at the chain";
+  const std::vector<int> errors = {X509_V_ERR_CERT_NOT_YET_VALID, X509_V_ERR_CERT_SIGNATURE_FAILURE};
+  expect_outcome(signed_record(forged, kChallenge), {forged.der.size(), errors, kChainRejected});
+  EXPECT_EQ(calls["X509_verify_cert"], 2) << "the chain is verified in full at a wrong clock too";
 }
 
-// Whichever of their calls fails, in the plain run or in the one that waives validity: nothing is accepted and nothing
-// left behind. Of a call that the crypto library makes inside too, the last one is the library's own.
-TEST_F(TrustTest, NeverAcceptsWhenACryptoStepFails) {
+// ---- A crypto library that fails ----
+
+// Makes each call fail, in the plain run and in the one that waives validity. The crypto library makes some of these
+// calls itself too: the last of each is the library's own, whose messages are compared.
+TEST_F(SignedMessage, IsRejectedWhenACryptoCallFails) {
   const std::string record = signed_record(default_signer(), kChallenge);
-  const Lines begin = decoded(default_signer().der.size()), chain = begin + kChainHolds, unknown = chain_report(0);
-  const auto key_step = [&](const std::string& line) { return chain + Lines{"6 " + line, "6 signature err \n"}; };
-  const std::map<std::string, std::pair<Lines, Lines>> logs = {
-      {"BIO_new_mem_buf", {begin + Lines{"6 get ca_cert err"}, {}}},
-      {"PEM_read_bio_X509", {begin + Lines{"6 get ca_cert err"}, {}}},
-      {"X509_STORE_new", {begin + unknown, {"X509_STORE_add_cert failed"}}},
-      {"X509_STORE_add_cert", {begin + unknown, {"X509_STORE_add_cert failed"}}},
-      {"X509_STORE_CTX_new", {begin + unknown, {"X509_STORE_CTX_init failed"}}},
-      {"X509_STORE_CTX_init", {begin + unknown, {"X509_STORE_CTX_init failed"}}},
-      {"X509_verify_cert", {begin + Lines{kChainHolds[0]} + unknown, {}}},
-      {"EVP_MD_CTX_create", {key_step("md_ctx == NULL err "), {}}},
-      {"X509_get_pubkey", {key_step("public_key == NULL err"), {}}},
-      {"EVP_DigestVerifyInit", {key_step("EVP_DigestVerifyInit  err=0"), {}}},
-      {"EVP_DigestVerifyUpdate", {key_step("EVP_DigestVerifyUpdate  err=0"), {"EVP_DigestVerifyUpdate  ret=0"}}},
-      {"EVP_DigestVerifyFinal", {chain + kSignatureFails, {"EVP_DigestVerifyFinal  ret=0"}}}};
+  Golden golden;
   for (const int64_t clock : {int64_t{0}, kBeforeRoot}) {
     set_clock(static_cast<time_t>(clock));
     calls.clear();
-    ASSERT_EQ(answer(record), 0);
+    ASSERT_EQ(log_in(record), 0);
     const auto in_clean_run = calls;
-    EXPECT_EQ(in_clean_run.size(), 13U) << "each call that can fail is made";
-    for (const auto& [call, count] : in_clean_run) {
-      for (failing_nth = 1; failing_nth <= count; failing_nth++) {
-        failing_call = call;
+    EXPECT_EQ(in_clean_run.size(), 13U) << "each function that can fail is called";
+    for (const auto& [function, count] : in_clean_run) {
+      failing_function = function;
+      for (failing_call = 1; failing_call <= count; failing_call++) {
+        SCOPED_TRACE(function + " " + std::to_string(failing_call) + " of " + std::to_string(count));
         calls.clear();
         take_log();
         take_log_file();
-        EXPECT_EQ(answer(record), -1) << call << " " << failing_nth << " of " << count;
+        EXPECT_EQ(log_in(record), -1);
         EXPECT_EQ(ERR_peek_error(), 0U);
       }
-      failing_nth = 0;
-      if (clock != 0 || !logs.contains(call)) continue;
-      EXPECT_EQ(take_log(), logs.at(call).first) << call;
-      EXPECT_EQ(take_log_file(), logs.at(call).second) << call;
+      failing_call = 0;
+      const Lines log = take_log(), file = take_log_file();
+      golden.expect(function + (clock == 0 ? "" : ", clock before the root"), log + Lines{"log file:"} + file);
     }
   }
 }
 
-TEST(CertificateErrors, HaveTheirTexts) {
+TEST(CertificateErrorText, IsConstantForEveryCode) {
   for (const int code : {-1, INT_MIN, INT_MAX, 1, 55, 61, 68, 256}) {
     EXPECT_STREQ(X509_verify_cert_error_string(code), "unknown certificate verification error");
   }
   for (const Lines& row : forgeries("Errors")) EXPECT_EQ(X509_verify_cert_error_string(std::stoi(row[0])), row[1]);
-  // All 68, each on a line of its own.
-  std::string all;
+  std::string all;  // one line for each code
   for (int code = 0; code < 68; code++) all.append(X509_verify_cert_error_string(code)).append("\n");
   EXPECT_EQ(sha256(all), "FE4C736CFD7B8C79BECFDD592D317D1A5B3C864363569E3D02997999B91396F6") << all;
 }
