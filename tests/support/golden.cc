@@ -1,31 +1,46 @@
 #include "tests/support/golden.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <cstdint>
+#include <cstdlib>
+
+#include "tests/support/pki.h"
 
 namespace test {
+namespace {
 
-Golden::Golden() {
-  const testing::TestInfo& info = *testing::UnitTest::GetInstance()->current_test_info();
-  name_ = std::string(info.test_suite_name()) + "." + info.name() + ".txt";
-  std::ifstream file(TEST_GOLDEN "/" + name_);
-  expected_.assign(std::istreambuf_iterator<char>(file), {});
+void replace_all(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) text.replace(at, from.size(), to);
 }
 
-Golden::~Golden() {
-  EXPECT_TRUE(actual_ == expected_) << "tests/golden/" << name_ << " differs from BUILD/tests/golden/new/" << name_;
-  if (actual_ == expected_) return;
-  std::filesystem::create_directories(TEST_GOLDEN "/new");
-  std::ofstream(TEST_GOLDEN "/new/" + name_) << actual_;
+std::string quoted(std::string text) {
+  replace_all(text, "\n", "\\n");
+  return "\"" + text + "\"\n";
 }
 
-void Golden::expect(const std::string& section, const Lines& lines) {
-  std::string text = "# " + section + "\n";
-  for (const std::string& line : lines) text += testing::PrintToString(line) + "\n";
-  const size_t begin = std::min(actual_.size(), expected_.size());
-  EXPECT_EQ(expected_.substr(begin, text.size()), text);
-  actual_ += text;
+}  // namespace
+
+std::string transcript(const Lines& lines) {
+  std::string text;
+  for (const std::string& line : lines) {
+    const size_t priority = std::string("346").find(line[0]);
+    EXPECT_TRUE(priority != std::string::npos && line[1] == ' ') << "unexpected priority or tag: " << line;
+    text += "DIE"[priority] + (" " + quoted(line.substr(2)));
+  }
+  return text;
+}
+
+std::string take_transcript(const std::string& heading) {
+  std::string text = "== " + heading + "\n" + transcript(take_log());
+  for (const std::string& line : take_log_file()) text += "log file " + quoted(line);
+  return text;
+}
+
+void expect_golden(const std::string& name, std::string text) {
+  const std::string path = TEST_GOLDEN "/" + name, len = "len=" + std::to_string(default_signer().der.size());
+  replace_all(text, len, "len={certificate length}");
+  replace_all(text, std::to_string(SIZE_MAX), "{SIZE_MAX}");
+  if (std::getenv("KELCHK_RENEW_GOLDEN") != nullptr) write_file(path, text);
+  EXPECT_TRUE(read_file(path) == text) << "differs from tests/golden/" << name << ", see above";
 }
 
 }  // namespace test

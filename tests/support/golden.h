@@ -1,5 +1,4 @@
-// Golden files: what a test case logs, compared with tests/golden/Suite.Case.txt byte by byte. To renew them after a
-// wanted change, run the tests and copy what they left: cp BUILD/tests/golden/new/* tests/golden/
+// Golden files: what the library logs in a whole scenario, compared byte by byte with a file in tests/golden/.
 #pragma once
 
 #include <string>
@@ -8,18 +7,15 @@
 
 namespace test {
 
-// Compares section by section, in order. Whatever differs, a missing or an extra section too, fails the case and leaves
-// the whole new file.
-class Golden {
- public:
-  Golden();
-  Golden(const Golden&) = delete;
-  ~Golden();
+// Writes |lines|, as take_log() returns them, one per line: the priority's letter (D, I or E) and the text in quotes,
+// with "\n" for a line break.
+std::string transcript(const Lines& lines);
 
-  void expect(const std::string& section, const Lines& lines);
+// The same of everything logged since the last call, the Android log first, then the log file, under a heading.
+std::string take_transcript(const std::string& heading);
 
- private:
-  std::string name_, expected_, actual_;
-};
+// Compares |text| with the golden file |name|. With KELCHK_RENEW_GOLDEN in the environment it writes the file instead:
+// review what changed with git diff. Numbers that differ between builds stand in braces: "{certificate length}".
+void expect_golden(const std::string& name, std::string text);
 
 }  // namespace test
