@@ -1,15 +1,15 @@
-/* Vendor libraries that no phone should have. Which one this is, a macro of the build says; VENDOR_EMPTY has nothing.
- */
+/* Vendor libraries that fail as none in a phone should. A macro of the build selects one; VENDOR_EMPTY has no entry
+ * points. */
 #include <string.h>
 
 #if defined(VENDOR_NO_ID)
-/* An NVRAM library without its first step. */
+/* An NVRAM library without its first entry point. */
 int NVM_GetFileDesc(void);
 int NVM_GetFileDesc(void) {
   return -1;
 }
 #elif defined(VENDOR_POSITIVE)
-/* A modem library that answers, and yet not with 0. */
+/* A modem library that answers with a result other than 0. */
 int sendATCmd(int channel, const char* command, char* response, int capacity);
 int sendATCmd(int channel, const char* command, char* response, int capacity) {
   strncpy(response, command, (size_t)capacity);

@@ -1,4 +1,4 @@
-// The header alone in C++.
+// Includes the header alone, in C++, and checks what callers rely on.
 #include "kelchk.h"
 
 static_assert(sizeof properties / sizeof *properties == 24 && sizeof g_is_authed == 4);

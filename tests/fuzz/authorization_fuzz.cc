@@ -1,6 +1,4 @@
 // An authorization file, in a buffer of exactly its size.
-#include <memory>
-
 #include "kelchk.h"
 #include "tests/fuzz/fuzz.h"
 
@@ -10,7 +8,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const fuzz::Round round;
+  const fuzz::LibraryRun run;
   kelo_import_aufile(data, static_cast<unsigned>(size));
   return 0;
 }

@@ -10,13 +10,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "core/record.h"
 #include "kelchk.h"
 
 namespace {
 
-std::string properties_text;
+std::string properties_record;
 
 int lowest_free_descriptor() {
   const int fd = ::dup(STDERR_FILENO);
@@ -26,7 +27,7 @@ int lowest_free_descriptor() {
 
 }  // namespace
 
-// Formats each line, so that the sanitizers see what its arguments point to.
+// Formats each line, so that the sanitizers check what its arguments point to.
 int __android_log_print(int, const char*, const char* format, ...) {
   char line[8192];
   va_list arguments;
@@ -38,7 +39,7 @@ int __android_log_print(int, const char*, const char* format, ...) {
 
 int property_get(const char* key, char* value, const char* default_value) {
   char found[PROPERTY_VALUE_MAX] = {};
-  kelchk::get_value_by_key(properties_text, key, found);
+  kelchk::get_value_by_key(properties_record, key, found);
   std::strcpy(value, found[0] != '\0' ? found : default_value);
   return static_cast<int>(std::strlen(value));
 }
@@ -53,18 +54,17 @@ namespace fuzz {
 void make_phone(phone::Chip chip) {
   const phone::Identity identity = phone::default_identity(chip);
   phone::make("/", identity, PHONE_VENDOR_LIBRARIES);
-  const std::string primary = chip == phone::Chip::kMediaTek ? "persist" : "productinfo";
-  std::filesystem::create_directories("/mnt/vendor/" + primary + "/startPara");
-  std::filesystem::create_directories("/kelofs/startPara");
-  for (const char* name : {"libnvram.so", "libatci.so", "libefuse.so"}) {
-    for (const char* folder : {"/vendor/lib/", "/vendor/lib64/"}) {
-      std::filesystem::create_directories(folder);
-      std::filesystem::copy_file(std::filesystem::path(PHONE_VENDOR_LIBRARIES) / name, std::string(folder) + name,
-                                 std::filesystem::copy_options::overwrite_existing);
-    }
+  std::filesystem::create_directories(chip == phone::Chip::kMediaTek ? KELCHK_STORE_MEDIATEK : KELCHK_STORE_UNISOC);
+  std::filesystem::create_directories(KELCHK_STORE_BACKUP);
+  for (const char* folder : {"/vendor/lib", "/vendor/lib64"}) {
+    std::filesystem::copy(PHONE_VENDOR_LIBRARIES, folder, std::filesystem::copy_options::overwrite_existing);
   }
-  properties_text.clear();
-  for (const auto& [name, value] : identity.properties) properties_text.append(name + "=" + value + "&");
+  properties_record.clear();
+  for (const auto& [name, value] : identity.properties) properties_record.append(name + "=" + value + "&");
+}
+
+void set_properties(std::string_view record) {
+  properties_record = record;
 }
 
 void write_file(const std::string& path, std::string_view content) {
@@ -73,7 +73,7 @@ void write_file(const std::string& path, std::string_view content) {
   ::close(fd);
 }
 
-Round::Round() : free_descriptor_(lowest_free_descriptor()) {
+LibraryRun::LibraryRun() : free_descriptor_(lowest_free_descriptor()) {
   std::memset(g_rand_buf, 0, sizeof g_rand_buf);
   std::memset(g_factory_pem, 0, sizeof g_factory_pem);
   std::memset(g_factor_der, 0, sizeof g_factor_der);
@@ -84,12 +84,16 @@ Round::Round() : free_descriptor_(lowest_free_descriptor()) {
   g_is_authed = 0;
 }
 
-Round::~Round() {
+LibraryRun::~LibraryRun() {
   if (lowest_free_descriptor() != free_descriptor_) std::abort();
 }
 
-void set_properties(std::string_view record) {
-  properties_text = record;
+void request_record(std::string_view request) {
+  g_is_authed = 1;
+  const std::string text(request);
+  const auto record = std::make_unique<char[]>(KELCHK_RECORD_MAX);
+  unsigned len = 0;
+  kelo_get_para(text.c_str(), static_cast<unsigned>(text.size()), record.get(), &len);
 }
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-// What every fuzz target has: a phone to run in, and a library that starts each input as if just loaded.
+// What all fuzz targets share: a phone to run in, and a library that handles each input as if just loaded.
 #pragma once
 
 #include <cstddef>
@@ -10,26 +10,28 @@
 
 namespace fuzz {
 
-// The phone of this process, made once: the default one of |chip|, with both store directories and the vendor libraries
-// of both families.
+// Makes this process's phone, once: the default one of |chip|, with both store directories and with the vendor
+// libraries of both chip families.
 void make_phone(phone::Chip chip);
 
-// Writes a file of the phone.
+// Replaces the phone's properties by those of |record|, a key=value record.
+void set_properties(std::string_view record);
+
 void write_file(const std::string& path, std::string_view content);
 
-// One input's time: it starts with every data symbol of the library as at load, and dies when the library left a
-// descriptor open.
-class Round {
+// Lives while one input is handled. Starts with every data symbol of the library as after loading; aborts at the end if
+// the library has left a descriptor open.
+class LibraryRun {
  public:
-  Round();
-  Round(const Round&) = delete;
-  ~Round();
+  LibraryRun();
+  LibraryRun(const LibraryRun&) = delete;
+  ~LibraryRun();
 
  private:
   int free_descriptor_;
 };
 
-// The properties of the phone from now on, as a key=value record.
-void set_properties(std::string_view record);
+// Requests a device parameter record, after a login, into a buffer of exactly the size that the header demands.
+void request_record(std::string_view request);
 
 }  // namespace fuzz

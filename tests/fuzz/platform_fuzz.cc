@@ -1,4 +1,4 @@
-// What the platform returns: every source of the phone, of both chip families, and every property.
+// What the phone returns: the files of both chip families and every property.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdio>
@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* kSources[] = {
+constexpr const char* kFiles[] = {
     "/proc/rid",
     "/dev/block/by-name/proinfo",
     "/mnt/vendor/nvdata/APCFG/APRDEB/WIFI",
@@ -25,41 +25,39 @@ constexpr const char* kSources[] = {
     "/vendor/modem/imei",
 };
 
-std::string answer;  // of the root's signer; over another text
+// Signed by a signer of the root, over another text: only the targets that trust every signature accept it.
+std::string signed_record;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char*** arguments) {
   std::ifstream file(std::filesystem::path(**arguments).parent_path() / "../../corpus/response/signed");
-  answer.assign(std::istreambuf_iterator(file), {});
-  if (answer.empty()) {
-    std::fputs("tools/fuzz has not made the signer's answer yet\n", stderr);
+  signed_record.assign(std::istreambuf_iterator(file), {});
+  if (signed_record.empty()) {
+    std::fputs("the corpus has no signed record: start this with tools/fuzz\n", stderr);
     std::exit(1);
   }
   fuzz::make_phone(phone::Chip::kMediaTek);
-  for (const char* source : kSources) std::filesystem::create_directories(std::filesystem::path(source).parent_path());
+  for (const char* path : kFiles) std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   return 0;
 }
 
-// The input is the properties, as a record, then each source in turn, and at last what becomes of one of them, named by
-// the last byte, when the record has been built.
+// The input holds the properties, as a record, then the content of each file, and last what one file, which its last
+// byte selects, contains after the record has been built.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
-  const fuzz::Round round;
+  const fuzz::LibraryRun run;
   fuzz::set_properties(input.ConsumeRandomLengthString());
-  for (const char* source : kSources) fuzz::write_file(source, input.ConsumeRandomLengthString());
+  for (const char* path : kFiles) fuzz::write_file(path, input.ConsumeRandomLengthString());
 
-  g_is_authed = 1;
-  const std::string request = "mac=1&IMEI=490154203237518";
-  const auto record = std::make_unique<char[]>(4095);
-  unsigned len = 0;
-  kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), record.get(), &len);
-  kelo_import_para_sign(answer.c_str(), 1);
-  const char* const changed = input.PickValueInArray(kSources);
+  fuzz::request_record("mac=1&IMEI=490154203237518");
+  kelo_import_para_sign(signed_record.c_str(), 1);
+  const char* const changed = input.PickValueInArray(kFiles);
   fuzz::write_file(changed, input.ConsumeRemainingBytesAsString());
-  kelo_import_para_sign(answer.c_str(), 1);
-  const auto report = std::make_unique<char[]>(2863);
-  kelo_bsp_sec_ctrl_get(report.get(), 2863, &len);
+  kelo_import_para_sign(signed_record.c_str(), 1);
+  const auto report = std::make_unique<char[]>(KELCHK_SECURITY_REPORT_CAP);
+  unsigned len = 0;
+  kelo_bsp_sec_ctrl_get(report.get(), KELCHK_SECURITY_REPORT_CAP, &len);
   is_device_efused();
   return 0;
 }

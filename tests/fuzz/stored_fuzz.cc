@@ -1,4 +1,4 @@
-// Stored files of any bytes: which of the four copies are there, and what each holds.
+// Stored files: which of the four copies exist, and what they contain.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "kelchk.h"
@@ -6,8 +6,9 @@
 
 namespace {
 
-constexpr const char* kPaths[] = {"/mnt/vendor/persist/startPara/auFile.dat", "/kelofs/startPara/auFile.dat",
-                                  "/mnt/vendor/persist/startPara/startPara.dat", "/kelofs/startPara/startPara.dat"};
+constexpr const char* kPaths[] = {
+    KELCHK_STORE_MEDIATEK KELCHK_AUTHORIZATION_FILE, KELCHK_STORE_BACKUP KELCHK_AUTHORIZATION_FILE,
+    KELCHK_STORE_MEDIATEK KELCHK_PARAMETER_FILE, KELCHK_STORE_BACKUP KELCHK_PARAMETER_FILE};
 
 }  // namespace
 
@@ -18,12 +19,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
-  const fuzz::Round round;
-  const unsigned there = input.ConsumeIntegralInRange<unsigned>(0, 15);
+  const fuzz::LibraryRun run;
+  const unsigned existing = input.ConsumeIntegralInRange<unsigned>(0, 15);
   const std::string content = input.ConsumeRemainingBytesAsString();
   for (unsigned i = 0; i < 4; ++i) {
     std::remove(kPaths[i]);
-    if ((there >> i & 1) != 0) fuzz::write_file(kPaths[i], content);
+    if ((existing >> i & 1) != 0) fuzz::write_file(kPaths[i], content);
   }
   kelo_is_para_correct();
   return 0;

@@ -49,20 +49,11 @@ Signer load_root() {
   return signer;
 }
 
-void set_name(X509_NAME* name, const std::string& common_name) {
-  const auto* const bytes = reinterpret_cast<const unsigned char*>(common_name.data());
-  require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, bytes, -1, -1, 0), common_name);
-}
-
 void add_extension(X509* certificate, X509* issuer, int nid, const std::string& value) {
   X509V3_CTX context;
   X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
   const bssl::UniquePtr<X509_EXTENSION> extension(X509V3_EXT_nconf_nid(nullptr, &context, nid, value.c_str()));
   require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1), value);
-}
-
-void set_time(ASN1_TIME* time, const std::string& text) {
-  require(ASN1_TIME_set_string(time, text.c_str()), text);
 }
 
 }  // namespace
@@ -90,13 +81,14 @@ Signer make_signer(const SignerOptions& options) {
 
   X509_set_version(certificate, 2);
   ASN1_INTEGER_set(X509_get_serialNumber(certificate), 20240429);
-  if (options.has_root_name)
-    X509_set_subject_name(certificate, X509_get_subject_name(root().certificate.get()));
-  else
-    set_name(X509_get_subject_name(certificate), options.name);
+  X509_NAME* const name = X509_get_subject_name(certificate);
+  const auto* const text = reinterpret_cast<const unsigned char*>(options.name.c_str());
+  require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, text, -1, -1, 0), options.name);
+  if (options.has_root_name) X509_set_subject_name(certificate, X509_get_subject_name(root().certificate.get()));
   X509_set_issuer_name(certificate, X509_get_subject_name(issuer));
-  set_time(X509_getm_notBefore(certificate), options.not_before);
-  set_time(X509_getm_notAfter(certificate), options.not_after);
+  const bool is_dated = ASN1_TIME_set_string(X509_getm_notBefore(certificate), options.not_before.c_str()) &&
+                        ASN1_TIME_set_string(X509_getm_notAfter(certificate), options.not_after.c_str());
+  require(is_dated, options.not_before + " to " + options.not_after);
   X509_set_pubkey(certificate, signer.key.get());
   for (const auto& [nid, value] : options.extensions) add_extension(certificate, issuer, nid, value);
   add_extension(certificate, issuer, NID_netscape_comment, std::string(options.comment_len, 'c'));

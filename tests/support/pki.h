@@ -1,4 +1,4 @@
-// Signers and what they sign, made with the crypto library in this process.
+// Signers, certificates and signatures, made with the crypto library in this process.
 #pragma once
 
 #include <openssl/evp.h>
@@ -13,7 +13,7 @@
 
 namespace test {
 
-// What the library logs of a certificate and of a signature that hold.
+// What the library logs for a valid certificate and for a valid signature.
 inline const Lines kChainHolds = {"4 kelo_X509_verify_cert ret = ok", "3 Sub certificate success.\n"};
 inline const Lines kSignatureHolds = {"6 EVP_DigestVerifyFinal  ret=1", "3 Signature is success.\n"};
 
@@ -23,28 +23,28 @@ struct Signer {
   bssl::UniquePtr<X509> certificate;
   std::string der;  // what certificate_text() encodes; a test may damage it
 
-  // The certificate as it stands in a record: base64 on one line.
+  // The certificate as in a record: base64 on one line.
   std::string certificate_text() const;
 };
 
 struct SignerOptions {
   std::string key = "signer";       // a file of the build's test keys: signer, other, rsa1024, rsa4096 or ec
   const Signer* issuer = nullptr;   // null: the root
-  bool self_signed = false;         // then |issuer| is not looked at
+  bool self_signed = false;         // |issuer| is then ignored
   std::string name = "Station 07";  // common name
-  bool has_root_name = false;       // instead bears the root's own name
+  bool has_root_name = false;       // the subject is then the root's
   std::string not_before = "230601000000Z";
   std::string not_after = "400601000000Z";
   const EVP_MD* digest = EVP_sha256();
-  // Extensions in the crypto library's configuration notation. The authority's key id names |issuer|.
+  // In the crypto library's configuration notation. The authority's key id is that of |issuer|.
   std::vector<std::pair<int, std::string>> extensions = {{NID_basic_constraints, "critical,CA:FALSE"},
                                                          {NID_key_usage, "critical,digitalSignature"},
                                                          {NID_subject_key_identifier, "hash"},
                                                          {NID_authority_key_identifier, "keyid"}};
-  size_t comment_len = 150;  // of a comment, which sets the length of the whole
+  size_t comment_len = 150;  // of a comment, which sets the certificate's length
 };
 
-// Extensions of a certificate that may issue others.
+// Extensions of a CA.
 extern const std::vector<std::pair<int, std::string>> kCaExtensions;
 
 // The root that the library under test trusts, with its private key.
@@ -62,18 +62,17 @@ std::string sign(EVP_PKEY* key, std::string_view message, const EVP_MD* digest =
 // Base64 on one line.
 std::string base64(std::string_view bytes);
 
-// The hash in hexadecimal, for texts too many to repeat.
+// In hexadecimal.
 std::string sha256(std::string_view text);
 
-// What the provisioning server signs of a record.
+// The canonical content of |record|, which its signature covers.
 std::string signed_content(const std::string& record);
 
 // The record "factoryCert=...&sign=...": |message| signed by |signer|.
 std::string signed_record(const Signer& signer, std::string_view message);
 
-// The value of a field that |record| has.
+// The value of a field of |record|, and the record with another value there. The field must exist.
 std::string value_of(const std::string& record, const std::string& key);
-
 std::string with_value(std::string record, const std::string& key, const std::string& value);
 
 }  // namespace test
