@@ -261,67 +261,55 @@ TEST_F(SignedMessage, ReadsBothFieldsWithinTheirLimits) {
   const std::string cert = signer.certificate_text(), sig = base64(sign(signer.key.get(), kChallenge));
   const std::string other_cert = shortest.certificate_text(), two_lines = cert.substr(0, 64) + "\n" + cert.substr(65);
   const std::string spare_bit = sig.substr(0, 341) + static_cast<char>(sig[341] + 1) + "==";
-  ASSERT_EQ(other_cert.size(), KELCHK_CERTIFICATE_TEXT_MIN);
-  ASSERT_EQ(longest.certificate_text().size(), KELCHK_CERTIFICATE_TEXT_MAX - 3) << "the longest base64";
+  constexpr size_t kMin = KELCHK_CERTIFICATE_TEXT_MIN, kMax = KELCHK_CERTIFICATE_TEXT_MAX;
+  ASSERT_EQ(other_cert.size(), kMin);
+  ASSERT_EQ(longest.certificate_text().size(), kMax - 3) << "the longest base64";
   const auto a = [](size_t count) { return std::string(count, 'A'); };
   const auto record = [](const std::string& certificate, const std::string& signature) {
     return "factoryCert=" + certificate + "&sign=" + signature;
   };
-  const std::string usual = record(cert, sig), cut = cert.substr(0, cert.size() - 4);
-  const std::string other = signed_record(shortest, kChallenge);
-  const size_t len = signer.der.size();
-  const auto accepted = [](size_t cert_len) {
-    return Outcome{.certificate_len = cert_len, .chain_errors = {X509_V_OK}};
-  };
-  const auto bad_cert = [](size_t cert_len) {
-    return Outcome{.certificate_len = cert_len, .rejection = "get sub_cert err"};
-  };
-  const Outcome no_cert = {.rejection = "getValueByKey factoryCert err"};
-  const Outcome no_sign = {.certificate_len = len, .rejection = "getValueByKey sign err"};
-  const Outcome bad_sign = {.certificate_len = len, .rejection = "signature_bin_len err=0"};
-  const Outcome long_sign = {.certificate_len = len, .rejection = "signature_bin_len err=1023"};
-  const Outcome longest_accepted = accepted(longest.der.size());
-  Outcome wrong_sign = accepted(len);
-  wrong_sign.rejection = "EVP_DigestVerifyFinal  ret=0";
+  const std::string usual = record(cert, sig), other = signed_record(shortest, kChallenge);
+  std::string logs;
   struct Row {
     const char* name;
     std::string record;
-    Outcome outcome;
+    int result = -1;
   };
   // clang-format off
   for (const Row& row : {
-      Row{.name = "any order", .record = "sign=" + sig + "&ver=1&factoryCert=" + cert + "&", .outcome = accepted(len)},
-      Row{.name = "similar keys", .record = "design=9&mysign=8&signs=7&" + usual, .outcome = accepted(len)},
-      Row{.name = "first certificate counts", .record = "factoryCert=" + cert + "&" + other, .outcome = wrong_sign},
-      Row{.name = "first signature counts", .record = usual + "&sign=x", .outcome = accepted(len)},
-      Row{.name = "another signature first", .record = record(cert, "x&sign=" + sig), .outcome = bad_sign},
-      Row{.name = "first that fits counts", .record = "factoryCert=" + a(4096) + "&" + usual, .outcome = accepted(len)},
-      Row{.name = "shortest certificate", .record = other, .outcome = accepted(shortest.der.size())},
-      Row{.name = "longest certificate", .record = signed_record(longest, kChallenge), .outcome = longest_accepted},
-      Row{.name = "certificate too short by 1", .record = record(other_cert.substr(1), sig), .outcome = no_cert},
-      Row{.name = "1024 characters, but no certificate", .record = record(a(1024), sig), .outcome = bad_cert(768)},
-      Row{.name = "4095 characters, but no base64", .record = record(a(4095), sig), .outcome = bad_cert(0)},
-      Row{.name = "certificate too long by 1", .record = record(a(4096), sig), .outcome = no_cert},
-      Row{.name = "empty record", .record = "", .outcome = no_cert},
-      Row{.name = "longer key", .record = "x" + usual, .outcome = no_cert},
-      Row{.name = "key inside a value", .record = "x=" + usual, .outcome = no_cert},
-      Row{.name = "certificate in two lines", .record = record(two_lines, sig), .outcome = bad_cert(0)},
-      Row{.name = "certificate cut", .record = record(cut, sig), .outcome = bad_cert(cut.size() / 4 * 3)},
-      Row{.name = "no signature", .record = "factoryCert=" + cert, .outcome = no_sign},
-      Row{.name = "empty signature", .record = record(cert, ""), .outcome = no_sign},
-      Row{.name = "signature too long by 1", .record = record(cert, a(2048)), .outcome = no_sign},
-      Row{.name = "2047 characters, but no base64", .record = record(cert, a(2047)), .outcome = bad_sign},
-      Row{.name = "signature of 1026 bytes", .record = record(cert, a(1368)), .outcome = bad_sign},
-      Row{.name = "signature of 1023 bytes", .record = record(cert, a(1364)), .outcome = long_sign},
-      Row{.name = "signature that is no base64", .record = record(cert, "*" + sig.substr(1)), .outcome = bad_sign},
-      Row{.name = "signature with a spare bit", .record = record(cert, spare_bit), .outcome = accepted(len)},
-      Row{.name = "usual form", .record = usual, .outcome = accepted(len)}}) {
+      Row{.name = "any order", .record = "sign=" + sig + "&ver=1&factoryCert=" + cert + "&", .result = 0},
+      Row{.name = "similar keys", .record = "design=9&mysign=8&signs=7&" + usual, .result = 0},
+      Row{.name = "first certificate counts", .record = "factoryCert=" + cert + "&" + other},
+      Row{.name = "first signature counts", .record = usual + "&sign=x", .result = 0},
+      Row{.name = "another signature first", .record = record(cert, "x&sign=" + sig)},
+      Row{.name = "first that fits counts", .record = "factoryCert=" + a(kMax + 1) + "&" + usual, .result = 0},
+      Row{.name = "shortest certificate", .record = other, .result = 0},
+      Row{.name = "longest certificate", .record = signed_record(longest, kChallenge), .result = 0},
+      Row{.name = "certificate too short by 1", .record = record(other_cert.substr(1), sig)},
+      Row{.name = "long enough, but no certificate", .record = record(a(kMin), sig)},
+      Row{.name = "as long as it may be, but no base64", .record = record(a(kMax), sig)},
+      Row{.name = "certificate too long by 1", .record = record(a(kMax + 1), sig)},
+      Row{.name = "empty record", .record = ""},
+      Row{.name = "longer key", .record = "x" + usual},
+      Row{.name = "key inside a value", .record = "x=" + usual},
+      Row{.name = "certificate in two lines", .record = record(two_lines, sig)},
+      Row{.name = "certificate cut", .record = record(cert.substr(0, cert.size() - 4), sig)},
+      Row{.name = "no signature", .record = "factoryCert=" + cert},
+      Row{.name = "empty signature", .record = record(cert, "")},
+      Row{.name = "signature too long by 1", .record = record(cert, a(2048))},
+      Row{.name = "signature as long as it may be, but no base64", .record = record(cert, a(2047))},
+      Row{.name = "signature of 1026 bytes", .record = record(cert, a(1368))},
+      Row{.name = "signature of 1023 bytes", .record = record(cert, a(1364))},
+      Row{.name = "signature that is no base64", .record = record(cert, "*" + sig.substr(1))},
+      Row{.name = "signature with a spare bit", .record = record(cert, spare_bit), .result = 0},
+      Row{.name = "usual form", .record = usual, .result = 0}}) {
     // clang-format on
-    SCOPED_TRACE(row.name);
-    expect_outcome(row.record, row.outcome);
+    EXPECT_EQ(log_in(row.record), row.result) << row.name;
+    logs += take_transcript(row.name);
   }
+  expect_golden("login_records.log", logs);
   EXPECT_EQ(g_factory_pem, cert);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(g_factor_der), len), signer.der);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(g_factor_der), signer.der.size()), signer.der);
 }
 
 TEST_F(SignedMessage, AcceptsOnlyTheSignersSignatureOverTheChallenge) {
