@@ -1,0 +1,31 @@
+// How a program ends.
+#pragma once
+
+#include <stdexcept>
+
+namespace common {
+
+enum ExitCode {
+  kYes = 0,            // yes, or done
+  kNo = 1,             // no, or refused by the phone or the policy
+  kUnusable = 2,       // wrong usage, or something unreadable or not writable
+  kUndecided = 3,      // explain alone: nothing is wrong, but what was given does not suffice for a verdict
+  kSessionFailed = 4,  // a session failed or timed out: nothing is known to be wrong with the phone
+};
+
+// Ends the program with kUnusable. The text names the option or file and what was expected.
+struct Error : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Ends the program with kNo.
+struct Refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Ends the program with kSessionFailed.
+struct SessionError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace common

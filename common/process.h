@@ -1,0 +1,40 @@
+// A program that this one talks to over its standard input and output, line by line.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/fd.h"
+
+namespace common {
+
+class Process {
+ public:
+  // Starts |command|, looked for in PATH unless it holds a "/", in a process group of its own, which ends when this
+  // object or this process does, however that ends. Its standard error stays this program's. |name| is how messages
+  // call it. Throws SessionError when it cannot start.
+  Process(std::string name, const std::vector<std::string>& command);
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  ~Process();  // ends the group: by the end of its input, after a grace period by SIGTERM, then SIGKILL
+
+  // Sends |line| and returns the next line of at most kMaxLineLen bytes, without its line break. Throws SessionError,
+  // naming the program and the limit, when it takes longer than |timeout|, ends, or answers with a longer line.
+  std::string ask(std::string_view line, std::chrono::seconds timeout);
+
+ private:
+  std::string name_;
+  pid_t id_ = -1;
+  Fd in_;
+  Fd out_;
+  std::string unread_;
+};
+
+// |program| in this program's own folder when there is one, or else its bare name, to be looked for in PATH.
+std::string beside_this_program(const std::string& program);
+
+}  // namespace common
