@@ -1,5 +1,5 @@
 // The line protocol between the programs: a request VERB [TEXT] on a line, and on the next line of the other direction
-// "ok [TEXT]" or "failed: REASON[; REASON...]".
+// "ok [TEXT]" or "failed: REASON[; REASON...]". A carriage return that ends a line does not count.
 #pragma once
 
 #include <functional>
@@ -34,12 +34,30 @@ Answer parse_answer(std::string_view line);
 
 std::string ok_line(std::string_view text = "");
 
-// Each reason is escaped (escape.h).
+// Each reason is escaped (escape.h). What makes the line too long is left out.
 std::string failed_line(const std::vector<std::string>& reasons);
 
+// Cuts what arrives into lines, and never keeps more than one line and what arrived with its end.
+class LineBuffer {
+ public:
+  enum class Next { kNone, kLine, kTooLong };
+
+  void add(std::string_view bytes) { unread_ += bytes; }
+
+  // The next line that is complete, in |line|. kTooLong stands for a whole line, once; its rest is passed over.
+  Next take(std::string& line);
+
+  // Whether a line has begun that is not complete.
+  [[nodiscard]] bool is_inside_line() const { return !unread_.empty(); }
+
+ private:
+  std::string unread_;
+  bool is_passing_over_ = false;
+};
+
 // Answers each line that |in| holds on |out| until |in| ends. |answer| returns the whole answer line; a Refusal that it
-// throws becomes a "failed: ". A line that is too long or holds a NUL is answered by "failed: " and read to its end,
-// without keeping it. Throws Error when reading fails or an answer cannot be written.
+// throws becomes a "failed: ", and so do a line that is no request or too long, an answer that is too long and a last
+// line without a line break, which may have been cut. Throws Error when reading fails or an answer cannot be written.
 void serve_lines(int in, int out, const std::function<std::string(const Request& request)>& answer);
 
 }  // namespace common

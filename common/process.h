@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/fd.h"
+#include "common/line_protocol.h"
 
 namespace common {
 
@@ -16,7 +17,7 @@ class Process {
  public:
   // Starts |command|, looked for in PATH unless it holds a "/", in a process group of its own, which ends when this
   // object or this process does, however that ends. Its standard error stays this program's. |name| is how messages
-  // call it. Throws SessionError when it cannot start.
+  // call it. Throws SessionError when it cannot start. From then on this process ignores SIGPIPE.
   Process(std::string name, const std::vector<std::string>& command);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -28,10 +29,11 @@ class Process {
 
  private:
   std::string name_;
-  pid_t id_ = -1;
+  pid_t guard_ = -1;  // the first process of the group, which ends the others
+  Fd alive_;          // the guard sees its end when this process is gone
   Fd in_;
   Fd out_;
-  std::string unread_;
+  LineBuffer lines_;
 };
 
 // |program| in this program's own folder when there is one, or else its bare name, to be looked for in PATH.
