@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
 #include "bench/floor.h"
@@ -15,43 +14,46 @@ namespace bench {
 namespace {
 
 namespace fs = std::filesystem;
-using floors::SignedText;
+using floors::SignedRecordLayout;
 using floors::StoredFile;
 using phone::Chip;
 
-constexpr unsigned kChallengeLen = 64;
+constexpr unsigned kChallengeLen = 64;  // what a provisioning tool asks for
 constexpr double kLoginGoal = 1.02;
 constexpr double kAuthorizationGoal = 1.03;
 constexpr double kGoal = 1.10;
 
-void require(bool ok, const char* what) {
-  if (!ok) throw std::runtime_error(std::string("the phone cannot be provisioned: ") + what);
+void require(bool ok, const std::string& what) {
+  if (!ok) throw std::runtime_error("the phone cannot be provisioned: " + what);
 }
 
-SignedText layout_of(const std::string& record, const std::string& message) {
+unsigned length(const std::string& text) {
+  return static_cast<unsigned>(text.size());
+}
+
+// |buffer| becomes |text|, as an earlier call of the library left it.
+void set_state(char* buffer, const std::string& text) {
+  std::memcpy(buffer, text.c_str(), text.size() + 1);
+}
+
+SignedRecordLayout layout_of(const std::string& record, const std::string& message) {
   const size_t certificate = record.find("factoryCert=") + std::strlen("factoryCert=");
   return {certificate, record.find('&', certificate) - certificate, record.find("sign=") + std::strlen("sign="),
           message};
 }
 
-StoredFile make_file(Chip chip, const std::string& name, const std::string& content, const std::string& message) {
-  const std::string primary =
-      chip == Chip::kMediaTek ? "/mnt/vendor/persist/startPara/" : "/mnt/vendor/productinfo/startPara/";
-  const std::string backup = "/kelofs/startPara/";
+StoredFile make_file(Chip chip, const std::string& name, const std::string& temporary, const std::string& content,
+                     const std::string& message) {
+  const std::string primary = chip == Chip::kMediaTek ? KELCHK_STORE_MEDIATEK : KELCHK_STORE_UNISOC;
+  const std::string backup = KELCHK_STORE_BACKUP;
   fs::create_directories(primary);
   fs::create_directories(backup);
-  return {primary,
-          backup,
-          primary + name + "_tmp.dat",
-          primary + name + ".dat",
-          backup + name + ".dat",
-          content,
-          layout_of(content, message)};
+  return {primary, backup, primary + temporary, primary + name, backup + name, content, layout_of(content, message)};
 }
 
 void write(const std::string& path, const std::string& content) {
   std::ofstream file(path, std::ios::binary);
-  require(static_cast<bool>(file << content << std::flush), path.c_str());
+  require(static_cast<bool>(file << content << std::flush), path);
 }
 
 void store(const StoredFile& file) {
@@ -64,122 +66,164 @@ void remove(const StoredFile& file) {
   fs::remove(file.backup);
 }
 
+std::string sign(const std::string& message) {
+  return test::signed_record(test::default_signer(), message);
+}
+
 // Everything that a tool and its server exchange with one phone.
 struct Provisioning {
+  Chip chip = Chip::kMediaTek;
   std::string challenge, response, request, record, signer_fields;
-  SignedText response_layout;
+  SignedRecordLayout response_layout = {};
   StoredFile authorization, parameters;
 };
 
-std::string canonical_content(const std::string& record) {
-  std::string content;
-  std::istringstream fields(record);
-  for (std::string field; std::getline(fields, field, '&');) content += field.substr(field.find('=') + 1);
-  return content;
-}
-
-std::string chip_id(const std::string& record) {
-  const size_t begin = record.find("cpuID=") + std::strlen("cpuID=");
-  return record.substr(begin, record.find('&', begin) - begin);
-}
-
-Provisioning provision(Chip chip) {
-  const auto sign = [](const std::string& message) { return test::signed_record(test::default_signer(), message); };
-  Provisioning made;
-  char answer[4095];
+void log_in(Provisioning& made) {
+  char answer[KELCHK_CHALLENGE_ANSWER_CAP];
   unsigned len = kChallengeLen;
   require(kelo_get_rand(answer, &len) == 0, "challenge");
   made.challenge = g_rand_buf;
   made.response = sign(made.challenge);
   made.response_layout = layout_of(made.response, made.challenge);
-  require(kelo_verify_rand(made.response.c_str(), static_cast<unsigned>(made.response.size())) == 0, "login");
+  require(kelo_verify_rand(made.response.c_str(), length(made.response)) == 0, "login");
+}
 
+void read_record(Provisioning& made) {
   made.request = "featureCode=F01A";
-  if (chip == Chip::kUnisoc) made.request += "&IMEI=" + phone::default_identity(chip).imei;
-  require(kelo_get_para(made.request.c_str(), static_cast<unsigned>(made.request.size()), answer, &len) == 0, "record");
-  made.record.assign(answer, len);
-  made.signer_fields = sign(canonical_content(made.record));
-  made.parameters =
-      make_file(chip, "startPara", made.record + "&" + made.signer_fields, canonical_content(made.record));
-  made.authorization = make_file(chip, "auFile", sign(chip_id(made.record)), chip_id(made.record));
+  if (made.chip == Chip::kUnisoc) made.request += "&IMEI=" + phone::default_identity(made.chip).imei;
+  char record[KELCHK_RECORD_MAX];
+  unsigned len = 0;
+  require(kelo_get_para(made.request.c_str(), length(made.request), record, &len) == 0, "record");
+  made.record.assign(record, len);
+}
+
+void sign_files(Provisioning& made) {
+  const std::string content = test::signed_content(made.record);
+  made.signer_fields = sign(content);
+  made.parameters = make_file(made.chip, KELCHK_PARAMETER_FILE, KELCHK_PARAMETER_TEMPORARY,
+                              made.record + "&" + made.signer_fields, content);
+  const std::string chip_id = test::value_of(made.record, "cpuID");
+  made.authorization =
+      make_file(made.chip, KELCHK_AUTHORIZATION_FILE, KELCHK_AUTHORIZATION_TEMPORARY, sign(chip_id), chip_id);
+}
+
+Provisioning provision(Chip chip) {
+  Provisioning made;
+  made.chip = chip;
+  log_in(made);
+  read_record(made);
+  sign_files(made);
   std::ifstream pem(TEST_ROOT "/root.pem");
   floors::set_root_certificate({std::istreambuf_iterator<char>(pem), {}});
   return made;
+}
+
+bool is_stored_file_correct() {
+  return kelo_is_para_correct() == 0;
+}
+
+Operation make_challenge() {
+  return {.name = "kelo_get_rand",
+          .library =
+              [] {
+                char answer[KELCHK_CHALLENGE_ANSWER_CAP];
+                unsigned len = kChallengeLen;
+                return kelo_get_rand(answer, &len) == 0;
+              },
+          .floor = [] { return floors::get_rand(kChallengeLen); }};
+}
+
+Operation make_login(const Provisioning& p) {
+  return {.name = "kelo_verify_rand",
+          .goal = kLoginGoal,
+          .arrange = [p] { set_state(g_rand_buf, p.challenge); },
+          .library = [p] { return kelo_verify_rand(p.response.c_str(), length(p.response)) == 0; },
+          .floor = [p] { return floors::verify_rand(p.response.c_str(), p.response_layout); }};
+}
+
+Operation make_record(const Provisioning& p) {
+  return {.name = "kelo_get_para",
+          .goal = kGoal,
+          .library =
+              [p] {
+                char record[KELCHK_RECORD_MAX];
+                unsigned len = 0;
+                return kelo_get_para(p.request.c_str(), length(p.request), record, &len) == 0;
+              },
+          .floor = [chip = p.chip] { return floors::get_para(chip); }};
+}
+
+Operation make_parameter_import(const Provisioning& p) {
+  return {.name = "kelo_import_para_sign",
+          .goal = kGoal,
+          .arrange = [p] { set_state(g_para_buf, p.record); },
+          .library = [p] { return kelo_import_para_sign(p.signer_fields.c_str(), length(p.signer_fields)) == 0; },
+          .floor = [p] { return floors::import_para_sign(p.chip, p.parameters); }};
+}
+
+Operation make_authorization_import(const Provisioning& p) {
+  const StoredFile& file = p.authorization;
+  return {.name = "kelo_import_aufile",
+          .goal = kGoal,
+          .library = [file] { return kelo_import_aufile(file.content.c_str(), length(file.content)) == 0; },
+          .floor = [chip = p.chip, file] { return floors::import_aufile(chip, file); }};
+}
+
+Operation make_authorization_check(const Provisioning& p) {
+  const StoredFile& file = p.authorization;
+  return {.name = "kelo_is_para_correct, authorization file",
+          .goal = kAuthorizationGoal,
+          .arrange = [file] { store(file); },
+          .library = is_stored_file_correct,
+          .floor = [chip = p.chip, file] { return floors::check_au_file(chip, file); }};
+}
+
+Operation make_parameter_check(const Provisioning& p) {
+  const auto arrange = [p] {
+    remove(p.authorization);
+    store(p.parameters);
+  };
+  return {.name = "kelo_is_para_correct, parameter file",
+          .goal = kGoal,
+          .arrange = arrange,
+          .library = is_stored_file_correct,
+          .floor = [p] { return floors::check_para_file(p.chip, p.authorization, p.parameters); }};
+}
+
+Operation make_repair(const Provisioning& p) {
+  const StoredFile& file = p.authorization;
+  return {.name = "kelo_is_para_correct, with a repair",
+          .goal = kGoal,
+          .arrange = [file] { store(file); },
+          .before = [file] { write(file.primary, "damaged"); },
+          .library = is_stored_file_correct,
+          .floor = [chip = p.chip, file] { return floors::repair_au_file(chip, file); }};
+}
+
+Operation make_security_report() {
+  return {.name = "kelo_bsp_sec_ctrl_get",
+          .library =
+              [] {
+                char report[KELCHK_SECURITY_REPORT_CAP];
+                unsigned len = 0;
+                return kelo_bsp_sec_ctrl_get(report, sizeof report, &len) == 0;
+              },
+          .floor = [] { return floors::get_security_report(); }};
 }
 
 }  // namespace
 
 std::vector<Operation> make_operations(Chip chip) {
   const Provisioning p = provision(chip);
-  const auto length = [](const std::string& text) { return static_cast<unsigned>(text.size()); };
-  const auto is_correct = [] { return kelo_is_para_correct() == 0; };
-  const StoredFile& au = p.authorization;
-  const StoredFile& para = p.parameters;
-
-  std::vector<Operation> operations;
-  operations.push_back({.name = "kelo_get_rand",
-                        .library =
-                            [] {
-                              char answer[264];
-                              unsigned len = kChallengeLen;
-                              return kelo_get_rand(answer, &len) == 0;
-                            },
-                        .floor = [] { return floors::get_rand(kChallengeLen); }});
-  operations.push_back(
-      {.name = "kelo_verify_rand",
-       .goal = kLoginGoal,
-       .arrange = [p] { std::memcpy(g_rand_buf, p.challenge.c_str(), p.challenge.size() + 1); },
-       .library = [p, length] { return kelo_verify_rand(p.response.c_str(), length(p.response)) == 0; },
-       .floor = [p] { return floors::verify_rand(p.response.c_str(), p.response_layout); }});
-  operations.push_back({.name = "kelo_get_para",
-                        .goal = kGoal,
-                        .library =
-                            [p, length] {
-                              char record[4095];
-                              unsigned len = 0;
-                              return kelo_get_para(p.request.c_str(), length(p.request), record, &len) == 0;
-                            },
-                        .floor = [chip] { return floors::get_para(chip); }});
-  operations.push_back(
-      {.name = "kelo_import_para_sign",
-       .goal = kGoal,
-       .arrange = [p] { std::memcpy(g_para_buf, p.record.c_str(), p.record.size() + 1); },
-       .library = [p, length] { return kelo_import_para_sign(p.signer_fields.c_str(), length(p.signer_fields)) == 0; },
-       .floor = [chip, para] { return floors::import_para_sign(chip, para); }});
-  operations.push_back(
-      {.name = "kelo_import_aufile",
-       .goal = kGoal,
-       .library = [au, length] { return kelo_import_aufile(au.content.c_str(), length(au.content)) == 0; },
-       .floor = [chip, au] { return floors::import_aufile(chip, au); }});
-  operations.push_back({.name = "kelo_is_para_correct, authorization file",
-                        .goal = kAuthorizationGoal,
-                        .arrange = [au] { store(au); },
-                        .library = is_correct,
-                        .floor = [chip, au] { return floors::check_au_file(chip, au); }});
-  operations.push_back({.name = "kelo_is_para_correct, parameter file",
-                        .goal = kGoal,
-                        .arrange =
-                            [au, para] {
-                              remove(au);
-                              store(para);
-                            },
-                        .library = is_correct,
-                        .floor = [chip, au, para] { return floors::check_para_file(chip, au, para); }});
-  operations.push_back({.name = "kelo_is_para_correct, with a repair",
-                        .goal = kGoal,
-                        .arrange = [au] { store(au); },
-                        .before = [au] { write(au.primary, "damaged"); },
-                        .library = is_correct,
-                        .floor = [chip, au] { return floors::repair_au_file(chip, au); }});
-  operations.push_back({.name = "kelo_bsp_sec_ctrl_get",
-                        .library =
-                            [] {
-                              char report[2863];
-                              unsigned len = 0;
-                              return kelo_bsp_sec_ctrl_get(report, sizeof report, &len) == 0;
-                            },
-                        .floor = [] { return floors::get_security_report(); }});
-  return operations;
+  return {make_challenge(),
+          make_login(p),
+          make_record(p),
+          make_parameter_import(p),
+          make_authorization_import(p),
+          make_authorization_check(p),
+          make_parameter_check(p),
+          make_repair(p),
+          make_security_report()};
 }
 
 }  // namespace bench

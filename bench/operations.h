@@ -1,4 +1,4 @@
-// What is measured: each operation of the library beside its floor.
+// The operations of the library that are measured, each with its floor.
 #pragma once
 
 #include <functional>
@@ -11,10 +11,10 @@ namespace bench {
 
 struct Operation {
   std::string name;
-  double goal = 0;                     // the highest ratio to the floor; 0: none
-  std::function<void()> arrange = {};  // brings phone and library into the state that the calls need and leave
-  std::function<void()> before = {};   // makes anew what a call uses up
-  std::function<bool()> library;
+  double goal = 0;                     // the highest ratio to the floor that passes; 0: none
+  std::function<void()> arrange = {};  // brings phone and library into the state that the calls need and keep
+  std::function<void()> before = {};   // restores what a call uses up; not timed
+  std::function<bool()> library;       // both return whether the call succeeded
   std::function<bool()> floor;
 };
 

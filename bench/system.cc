@@ -13,13 +13,13 @@
 
 namespace {
 
-std::map<std::string, std::string, std::less<>> properties;  // empty: they are the system's
+std::map<std::string, std::string, std::less<>> properties;  // empty: the system answers
 int reads = 0;
 bool flushes = false;
 
 }  // namespace
 
-int __android_log_print(int, const char*, const char*, ...) {
+int __android_log_print(int /*prio*/, const char* /*tag*/, const char* /*fmt*/, ...) {
   return 1;
 }
 

@@ -1,4 +1,4 @@
-/* liblog.so and libcutils.so that need nothing themselves. */
+/* A liblog.so and a libcutils.so without needs of their own. */
 #include <android/log.h>
 #include <cutils/properties.h>
 

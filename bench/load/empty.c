@@ -1,3 +1,3 @@
-/* A library that needs what the library under test needs and has nothing of its own. */
+/* An empty library; its build links it to what the library under test needs. */
 extern const int kelchk_bench_nothing;
 const int kelchk_bench_nothing = 0;
