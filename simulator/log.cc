@@ -1,9 +1,9 @@
 // liblog.so of the simulated phone. The environment variable KELCHK_LOG says where messages go:
-//   unset or empty   to stderr, for reading: "E kelchk: text"
+//   unset or empty   to stderr, for people: "E kelchk: text"
 //   "none"           nowhere
-//   a file's path    appended to it, for comparing: "6 kelchk text"
-// In both forms a message is one line: "\" is written as "\\" and a line break as "\n". For reading, the line break
-// that ends most messages is left out.
+//   a file's path    appended to that file, for programs: "6 kelchk text"
+// In both forms a message is one line: "\" is written as "\\" and a line break as "\n". The form for people omits the
+// line break that ends most messages.
 #include <android/log.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,16 +15,18 @@
 #include <string>
 #include <string_view>
 
+#include "common/fd.h"
+
 namespace {
 
 __attribute__((format(printf, 1, 0))) std::string format(const char* fmt, va_list args) {
-  va_list again;
-  va_copy(again, args);
+  va_list copy;
+  va_copy(copy, args);
   const int len = std::vsnprintf(nullptr, 0, fmt, args);
   std::string text(len > 0 ? static_cast<size_t>(len) : 0, '\0');
-  std::vsnprintf(text.data(), text.size() + 1, fmt, again);
-  va_end(again);
-  return text;
+  const int written = std::vsnprintf(text.data(), text.size() + 1, fmt, copy);
+  va_end(copy);
+  return written == len ? text : "";
 }
 
 std::string one_line(std::string_view text) {
@@ -40,7 +42,7 @@ std::string one_line(std::string_view text) {
   return line;
 }
 
-std::string readable_line(int prio, const char* tag, std::string_view text, bool colour) {
+std::string line_for_people(int prio, const char* tag, std::string_view text, bool colour) {
   constexpr std::string_view kLetters = "??VDIWEF";
   constexpr const char* kColours[] = {"", "", "", "36", "32", "33", "31", "31"};
   const size_t known = prio > 0 && prio < static_cast<int>(kLetters.size()) ? static_cast<size_t>(prio) : 0;
@@ -50,17 +52,14 @@ std::string readable_line(int prio, const char* tag, std::string_view text, bool
   return letter + " " + tag + ": " + one_line(text) + "\n";
 }
 
-// One write for a line, so that the lines of several processes do not mix.
+// One write per line, so that the lines of several processes do not mix.
 bool write_line(int fd, const std::string& line) {
   return ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
 bool append_line(const char* path, const std::string& line) {
-  const int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-  if (fd < 0) return false;
-  const bool written = write_line(fd, line);
-  ::close(fd);
-  return written;
+  const common::Fd file(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+  return file && write_line(file.get(), line);
 }
 
 bool deliver(int prio, const char* tag, const std::string& text) {
@@ -70,8 +69,8 @@ bool deliver(int prio, const char* tag, const std::string& text) {
   if (!destination.empty() && append_line(chosen, std::to_string(prio) + " " + tag + " " + one_line(text) + "\n")) {
     return true;
   }
-  // A message that its file did not take is better shown than lost.
-  return write_line(STDERR_FILENO, readable_line(prio, tag, text, ::isatty(STDERR_FILENO) == 1));
+  // A message that could not be appended to its file is better shown than lost.
+  return write_line(STDERR_FILENO, line_for_people(prio, tag, text, ::isatty(STDERR_FILENO) == 1));
 }
 
 }  // namespace

@@ -21,8 +21,8 @@ void write_file(const fs::path& path, std::string_view content) {
   if (!file) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
 }
 
-// |content| at |offset| of |size| bytes, the rest zeros.
-std::string image(size_t size, size_t offset, std::string_view content) {
+// |size| bytes: |content| at |offset|, and zeros around it.
+std::string partition_image(size_t size, size_t offset, std::string_view content) {
   std::string bytes(size, '\0');
   return content.empty() ? bytes : bytes.replace(offset, content.size(), content).substr(0, size);
 }
@@ -41,7 +41,7 @@ char luhn_digit(std::string_view digits) {
   return static_cast<char>('0' + (10 - sum % 10) % 10);
 }
 
-// Two digits a byte, the first in the low nibble, filled up with F.
+// Two digits a byte, the first in the low nibble, padded with F.
 std::string swapped_bcd(std::string digits) {
   digits.resize(16, 'F');
   for (size_t i = 0; i < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
@@ -88,6 +88,24 @@ std::map<std::string, std::string> default_properties(Chip chip) {
   return properties;
 }
 
+Identity mediatek_identity(int serial) {
+  Identity identity;
+  identity.rid = bytes_from_hex("0123456789ABCDEF0123456789" + decimal(serial, 6));
+  identity.mac = "000AF5" + decimal(serial, 6);
+  identity.psn = "KX67" + decimal(serial, 12);
+  identity.country = std::string("\x01\0\0\0\0\0\0\0\0", 9) + "KZ|3|QVk=_XkY=";
+  return identity;
+}
+
+Identity unisoc_identity(int serial) {
+  Identity identity;
+  identity.rid = "AB12CD34" + decimal(serial, 8);
+  identity.mac = "02c0de" + decimal(serial, 6);
+  identity.psn = "KU51" + decimal(serial, 12);
+  identity.country = "0|0|0|0|0|0|0|0|0|0|KZ|3|QVk=_XkY=";
+  return identity;
+}
+
 void refuse_foreign(const fs::path& root) {
   if (!fs::exists(root)) return;
   if (fs::equivalent(root, "/")) {
@@ -98,8 +116,8 @@ void refuse_foreign(const fs::path& root) {
   throw std::runtime_error(root.string() + " holds other files and no phone (no " + kPropertyFile + "): not touched");
 }
 
-// The library makes folders that an ordinary user, who is root only inside, could not look into from outside.
-void remove_tree(const fs::path& path) {
+// A program in the sandbox may take its owner's rights away from a folder; outside, an ordinary user needs them back.
+void remove_tree(const fs::path& path) {  // NOLINT(misc-no-recursion): as deep as the folders are
   if (fs::is_directory(fs::symlink_status(path))) {
     fs::permissions(path, fs::perms::owner_all, fs::perm_options::add);
     for (const fs::directory_entry& entry : fs::directory_iterator(path)) remove_tree(entry.path());
@@ -107,8 +125,8 @@ void remove_tree(const fs::path& path) {
   fs::remove(path);
 }
 
-// The folders themselves stay: in a sandbox they may be where something is mounted.
-void clear(const fs::path& root) {
+// Keeps the folders themselves, which may be mount points in a sandbox.
+void empty_own_folders(const fs::path& root) {
   for (const std::string name : kOwnFolders) {
     const fs::path folder = root / name;
     if (!fs::is_directory(fs::symlink_status(folder))) fs::remove(folder);
@@ -120,60 +138,52 @@ void clear(const fs::path& root) {
 }
 
 void make_common(const fs::path& root, const Identity& identity) {
-  std::string properties = "# The properties of this phone. Each question reads this file afresh.\n";
+  std::string properties = "# The properties of this phone. Every query reads this file.\n";
   for (const auto& [name, value] : identity.properties) properties.append(name).append("=").append(value).append("\n");
   write_file(root / kPropertyFile, properties);
   for (const char* name : kDevices) fs::create_symlink(fs::path("/run/dev") / name, root / "dev" / name);
   for (const char* parent : {"mnt/vendor/persist", "mnt/vendor/productinfo"}) fs::create_directories(root / parent);
 }
 
-void make_mediatek(const fs::path& root, const Identity& identity) {
-  write_file(root / "proc/rid", identity.rid);
-  std::string proinfo = image(4096, 0, identity.psn);
-  write_file(root / "dev/block/by-name/proinfo", proinfo.replace(64, 8, swapped_bcd(identity.imei)));
-  write_file(root / "mnt/vendor/nvdata/APCFG/APRDEB/WIFI", image(512, 4, bytes_from_hex(identity.mac)));
-  write_file(root / "vendor/nvdata/APCFG/APRDEB/ANTI_CS", image(2048, 0, identity.country));
-}
-
-void make_unisoc(const fs::path& root, const Identity& identity) {
-  write_file(root / "sys/kelonix/hwinfo/chip_uid", identity.rid);
-  write_file(root / "dev/block/by-name/miscdata", image(4096, 4, identity.psn));
-  write_file(root / "mnt/vendor/wifimac.txt", with_colons(identity.mac));
-  write_file(root / "mnt/vendor/productinfo/finstatus/finstatus.prop", identity.country);
-  write_file(root / "vendor/modem/imei", identity.imei);
-  write_file(root / "vendor/efuse/secure", std::to_string(identity.efuse) + "\n");
-}
-
-void install(const fs::path& library, const fs::path& folder) {
+void install_library(const fs::path& library, const fs::path& folder) {
   fs::create_directories(folder);
   fs::copy_file(library, folder / library.filename());
 }
 
+void make_mediatek(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
+  write_file(root / "proc/rid", identity.rid);
+  std::string proinfo = partition_image(4096, 0, identity.psn);
+  write_file(root / "dev/block/by-name/proinfo", proinfo.replace(64, 8, swapped_bcd(identity.imei)));
+  write_file(root / "mnt/vendor/nvdata/APCFG/APRDEB/WIFI", partition_image(512, 4, bytes_from_hex(identity.mac)));
+  write_file(root / "vendor/nvdata/APCFG/APRDEB/ANTI_CS", partition_image(2048, 0, identity.country));
+  install_library(vendor_libraries / "libnvram.so", root / "vendor/lib64");
+}
+
+void make_unisoc(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
+  write_file(root / "sys/kelonix/hwinfo/chip_uid", identity.rid);
+  write_file(root / "dev/block/by-name/miscdata", partition_image(4096, 4, identity.psn));
+  write_file(root / "mnt/vendor/wifimac.txt", with_colons(identity.mac));
+  write_file(root / "mnt/vendor/productinfo/finstatus/finstatus.prop", identity.country);
+  write_file(root / "vendor/modem/imei", identity.imei);
+  write_file(root / "vendor/efuse/secure", std::to_string(identity.efuse) + "\n");
+  install_library(vendor_libraries / "libatci.so", root / "vendor/lib");
+  install_library(vendor_libraries / "libefuse.so", root / "vendor/lib");
+}
+
 }  // namespace
 
-// The links of a phone's /proc lead into the real one, which nothing else in the world does.
+// Only a simulated phone's /proc has a link into the real one.
 bool is_sandbox() {
   std::error_code missing;
   return fs::read_symlink("/proc/self", missing) == "/run/proc/self";
 }
 
 Identity default_identity(Chip chip, int serial) {
-  Identity identity;
-  identity.chip = chip;
   const std::string imei = "35209900" + decimal((176148 + serial) % 1000000, 6);
+  Identity identity = chip == Chip::kMediaTek ? mediatek_identity(serial) : unisoc_identity(serial);
+  identity.chip = chip;
   identity.imei = imei + luhn_digit(imei);
   identity.properties = default_properties(chip);
-  if (chip == Chip::kMediaTek) {
-    identity.rid = bytes_from_hex("0123456789ABCDEF0123456789" + decimal(serial, 6));
-    identity.mac = "000AF5" + decimal(serial, 6);
-    identity.psn = "KX67" + decimal(serial, 12);
-    identity.country = std::string("\x01\0\0\0\0\0\0\0\0", 9) + "KZ|3|QVk=_XkY=";
-  } else {
-    identity.rid = "AB12CD34" + decimal(serial, 8);
-    identity.mac = "02c0de" + decimal(serial, 6);
-    identity.psn = "KU51" + decimal(serial, 12);
-    identity.country = "0|0|0|0|0|0|0|0|0|0|KZ|3|QVk=_XkY=";
-  }
   return identity;
 }
 
@@ -193,16 +203,10 @@ std::string bytes_from_hex(std::string_view hex) {
 
 void make(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
   refuse_foreign(root);
-  clear(root);
+  empty_own_folders(root);
   make_common(root, identity);
-  if (identity.chip == Chip::kMediaTek) {
-    make_mediatek(root, identity);
-    install(vendor_libraries / "libnvram.so", root / "vendor/lib64");
-    return;
-  }
-  make_unisoc(root, identity);
-  install(vendor_libraries / "libatci.so", root / "vendor/lib");
-  install(vendor_libraries / "libefuse.so", root / "vendor/lib");
+  const auto make_family = identity.chip == Chip::kMediaTek ? make_mediatek : make_unisoc;
+  make_family(root, identity, vendor_libraries);
 }
 
 void set_property(const fs::path& root, const std::string& name, const std::string& value) {

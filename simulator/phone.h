@@ -11,7 +11,7 @@ namespace phone {
 
 enum class Chip { kMediaTek, kUnisoc };
 
-// What makes one phone this phone. Every text is stored as the library's sources store it.
+// What distinguishes one phone from another. Each text has the form in which the phone stores it.
 struct Identity {
   Chip chip = Chip::kMediaTek;
   std::string rid;      // MediaTek: the bytes of /proc/rid; Unisoc: the text of chip_uid
@@ -23,29 +23,29 @@ struct Identity {
   std::map<std::string, std::string> properties;
 };
 
-// The folders of a phone that are the phone's alone; in /proc only what the phone has there itself.
+// The folders that belong to the phone alone. Of /proc, only the files that a phone's maker adds.
 inline constexpr std::array kOwnFolders = {"proc", "sys", "dev", "mnt", "vendor", "system", "kelofs"};
 
-// The devices of a phone, links into /run/dev, where a sandbox has the real ones.
+// The devices of a phone: links into /run/dev, where a sandbox has the real ones.
 inline constexpr std::array kDevices = {"null",  "zero",   "full",   "random", "urandom", "tty",
                                         "stdin", "stdout", "stderr", "fd",     "shm"};
 
-// A complete, consistent phone of the family. Two phones of a family are told apart by |serial|, 0 to 999999.
+// A complete, consistent phone of the family. |serial|, 0 to 999999, distinguishes phones of a family.
 Identity default_identity(Chip chip, int serial = 0);
 
-// The bytes that |hex| writes down. Throws when it has an odd length or a character that is not hexadecimal.
+// Decodes hexadecimal digits. Throws when their number is odd or a character is none.
 std::string bytes_from_hex(std::string_view hex);
 
-// Makes |root| (which may exist) hold exactly this phone: every file that the library may read, the empty parents of
-// the store directories, the vendor libraries copied from |vendor_libraries|. What else was in the phone's own folders
-// is removed first. So that a mistyped path costs nothing, |root| must be missing, empty or a phone already, and "/"
-// only inside the sandbox. Throws when that or any step fails.
+// Makes |root| exactly this phone: every file that the library may read, the parents of the store directories, and the
+// vendor libraries copied from |vendor_libraries|. Whatever else the phone's own folders hold is removed first, so
+// |root| must be missing, empty or a phone already, and "/" only inside the sandbox: a mistyped path costs nothing.
+// Throws when that or any step fails.
 void make(const std::filesystem::path& root, const Identity& identity, const std::filesystem::path& vendor_libraries);
 
 // Whether this process runs inside a simulated phone.
 bool is_sandbox();
 
-// Sets one property in a phone that exists; an empty value removes it. Throws when the phone has no property file.
+// Sets one property of an existing phone; an empty value removes it. Throws when the phone has no property file.
 void set_property(const std::filesystem::path& root, const std::string& name, const std::string& value);
 
 }  // namespace phone

@@ -1,8 +1,8 @@
-// The program "phone": makes simulated phones, changes them and runs commands inside them.
+// The program "phone": makes simulated phones, changes their properties and runs commands inside them.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -14,15 +14,16 @@
 
 namespace {
 
-constexpr int kToolFailed = 125;  // apart from what a command returns
+constexpr int kToolFailed = 125;  // no exit code of a usual command
 
-using Text = std::optional<std::string>;
+using OptionalText = std::optional<std::string>;
 
-struct MakeRequest {
+// What the command line says about a phone.
+struct PhoneRequest {
   std::string folder;
   std::string chip;
   int serial = 0;
-  Text rid, imei, mac, psn, country;
+  OptionalText rid, imei, mac, psn, country;
   std::optional<int> efuse;
   std::vector<std::string> properties;
   std::string vendor_libraries = PHONE_VENDOR_LIBRARIES;
@@ -34,12 +35,11 @@ std::pair<std::string, std::string> split_property(const std::string& text) {
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-void make_phone(const MakeRequest& request) {
+phone::Identity identity_of(const PhoneRequest& request) {
   const bool is_mediatek = request.chip == "mediatek";
   const phone::Chip chip = is_mediatek ? phone::Chip::kMediaTek : phone::Chip::kUnisoc;
   phone::Identity identity = phone::default_identity(chip, request.serial);
-  const bool rid_in_hex = request.rid && is_mediatek;
-  identity.rid = rid_in_hex ? phone::bytes_from_hex(*request.rid) : request.rid.value_or(identity.rid);
+  if (request.rid) identity.rid = is_mediatek ? phone::bytes_from_hex(*request.rid) : *request.rid;
   identity.imei = request.imei.value_or(identity.imei);
   identity.mac = request.mac.value_or(identity.mac);
   identity.psn = request.psn.value_or(identity.psn);
@@ -49,14 +49,14 @@ void make_phone(const MakeRequest& request) {
     const auto [name, value] = split_property(property);
     identity.properties[name] = value;
   }
-  phone::make(request.folder, identity, request.vendor_libraries);
+  return identity;
 }
 
-void add_make(CLI::App& app, MakeRequest& request) {
-  CLI::App* make = app.add_subcommand("make", "Make the folder DIR a phone; everything in it is a plain file");
+void add_make(CLI::App& app, PhoneRequest& request) {
+  CLI::App* make = app.add_subcommand("make", "Make the folder DIR a phone, of plain files");
   make->add_option("DIR", request.folder, "Missing, empty or a phone already")->required();
   make->add_option("--chip", request.chip, "Chip family")->required()->check(CLI::IsMember({"mediatek", "unisoc"}));
-  make->add_option("--serial", request.serial, "Tells phones of a family apart")->check(CLI::Range(0, 999999));
+  make->add_option("--serial", request.serial, "Distinguishes phones of a family")->check(CLI::Range(0, 999999));
   make->add_option("--rid", request.rid, "Chip id: hexadecimal on mediatek, the text itself on unisoc");
   make->add_option("--imei", request.imei, "15 digits");
   make->add_option("--mac", request.mac, "12 hexadecimal digits");
@@ -65,10 +65,10 @@ void add_make(CLI::App& app, MakeRequest& request) {
   make->add_option("--efuse", request.efuse, "What the efuse library of a unisoc phone answers");
   make->add_option("--prop", request.properties, "A property")->allow_extra_args(false)->option_text("NAME=VALUE ...");
   make->add_option("--vendor-libraries", request.vendor_libraries, "Folder of the vendor libraries to install");
-  make->callback([&request] { make_phone(request); });
+  make->callback([&request] { phone::make(request.folder, identity_of(request), request.vendor_libraries); });
 }
 
-void add_set(CLI::App& app, MakeRequest& request) {
+void add_set(CLI::App& app, PhoneRequest& request) {
   CLI::App* set = app.add_subcommand("set", "Change properties of the phone DIR; an empty value removes one");
   set->add_option("DIR", request.folder)->required();
   set->add_option("NAME=VALUE", request.properties)->required();
@@ -82,26 +82,25 @@ void add_set(CLI::App& app, MakeRequest& request) {
 
 CLI::App* add_running(CLI::App& app, phone::Run& request, const char* name, const char* description) {
   CLI::App* running = app.add_subcommand(name, description);
-  running->add_option("--bind", request.binds, "Show this file or folder inside too")->allow_extra_args(false);
-  running->add_option("--clock", request.clock, "\"2030-01-01 12:00:00\" stands still, with \"@\" before it it runs");
+  running->add_option("--bind", request.binds, "Also show this file or folder inside")->allow_extra_args(false);
+  running->add_option("--clock", request.clock,
+                      R"(The time inside: "2030-01-01 12:00:00" stands still, "@2030-01-01 12:00:00" runs)");
   running->footer(
-      "After \"--\": the command and its arguments. Their folder and the current one are seen inside.\n"
-      "The result is the command's, 128+N after signal N, or 125 when it could not be started.");
+      R"(After "--": the command and its arguments. The command's folder and the current one are shown inside.)"
+      "\nThe exit code is the command's, 128+N after signal N, or 125 when it could not be started.");
   return running;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  MakeRequest request;
+int run_tool(int argc, char** argv) {
+  PhoneRequest request;
   phone::Run run;
-  CLI::App app("Simulated phones for trying a library that reads fixed paths of a phone", "phone");
+  CLI::App app("Simulated phones, for trying programs that read fixed paths of a phone", "phone");
   app.require_subcommand(1);
   add_make(app, request);
   add_set(app, request);
   CLI::App* running = add_running(app, run, "run", "Run a command with the phone DIR as its root");
   running->add_option("DIR", run.root)->required();
-  CLI::App* scratch = add_running(app, run, "scratch", "Run a command in an empty phone that is gone afterwards");
+  CLI::App* scratch = add_running(app, run, "scratch", "Run a command in an empty phone, removed afterwards");
 
   // What follows "--" is the command's, whatever it looks like.
   char** const arguments_end = argv + argc;
@@ -109,13 +108,17 @@ int main(int argc, char** argv) {
   if (own_end != arguments_end) run.command.assign(own_end + 1, arguments_end);
   try {
     app.parse(static_cast<int>(own_end - argv), argv);
-    if (!running->parsed() && !scratch->parsed()) return 0;
-    if (run.command.empty()) throw std::invalid_argument("no command: give it after \"--\"");
-    return phone::run(run);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kToolFailed;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "phone: %s\n", error.what());
-    return kToolFailed;
   }
+  if (!running->parsed() && !scratch->parsed()) return 0;
+  if (run.command.empty()) throw std::invalid_argument("no command: give it after \"--\"");
+  return phone::run(run);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try { return run_tool(argc, argv); } catch (const std::exception& error) {
+  std::cerr << "phone: " << error.what() << "\n";
+  return kToolFailed;
 }

@@ -1,5 +1,5 @@
 // libcutils.so of the simulated phone: its properties are the lines "key=value" of one file, where "#" begins a comment
-// line. It is read afresh for every question, so that a property can be changed while a program runs.
+// line. Every query reads the file, so that a property can be changed while a program runs.
 #include <cutils/properties.h>
 
 #include <algorithm>
@@ -10,10 +10,10 @@
 namespace {
 
 constexpr char kPropertyFile[] = "/system/build.prop";
-constexpr size_t kMaxLen = PROPERTY_VALUE_MAX - 1;
+constexpr size_t kMaxValueLen = PROPERTY_VALUE_MAX - 1;
 
 // As on a phone, the first of several lines for one key counts.
-std::string find(std::string_view key) {
+std::string find_value(std::string_view key) {
   std::ifstream file(kPropertyFile);
   for (std::string line; std::getline(file, line);) {
     const size_t equals = line.find('=');
@@ -26,9 +26,9 @@ std::string find(std::string_view key) {
 }  // namespace
 
 int property_get(const char* key, char* value, const char* default_value) {
-  std::string text = key ? find(key) : "";
+  std::string text = key ? find_value(key) : "";
   if (text.empty() && default_value) text = default_value;
-  const size_t len = std::min(text.size(), kMaxLen);
+  const size_t len = std::min(text.size(), kMaxValueLen);
   value[text.copy(value, len)] = '\0';
   return static_cast<int>(len);
 }

@@ -1,4 +1,4 @@
-// A way to run a command inside a simulated phone, with the phone's absolute paths in place of this machine's.
+// Runs a command inside a simulated phone, whose absolute paths replace this machine's.
 #pragma once
 
 #include <filesystem>
@@ -8,16 +8,16 @@
 namespace phone {
 
 struct Run {
-  std::filesystem::path root;                // the phone; empty: an empty one in memory, gone when the command ends
-  std::vector<std::filesystem::path> binds;  // further files and folders to see inside, under the same paths
+  std::filesystem::path root;                // the phone; empty: an empty one in memory, until the command ends
+  std::vector<std::filesystem::path> binds;  // more files and folders to show inside, under the same paths
   std::string clock;                         // the time inside, in faketime's notation; empty: the real time. A
                                              // program built with clang's address sanitizer hangs under faketime.
   std::vector<std::string> command;
 };
 
-// Runs the command and returns its exit code, 128 plus the signal when one ended it. The command sees the phone, /usr
-// read-only, and at their own paths |binds|, the folders of the command and of this program and the current folder.
-// Throws, saying what is missing, when the command cannot be started.
+// Runs the command and returns its exit code, or 128 plus the number of the signal that ended it. The command sees the
+// phone, /usr read-only, and under their own paths |binds|, the folders of the command and of this program, and the
+// current folder. Throws, naming what is missing, when the command cannot be started.
 int run(const Run& request);
 
 }  // namespace phone

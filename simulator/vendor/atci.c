@@ -5,7 +5,7 @@
 
 /*
  * Answers the IMEI command with the bytes of a file, exactly as they are stored: an answer that fills |cap| bytes has
- * no terminator. Returns 0, and -1 for any other command or a modem that does not answer.
+ * no terminator. Returns 0, or -1 for any other command or a modem that does not answer.
  */
 int sendATCmd(int phone_id, const char* command, char* answer, int cap) {
   (void)phone_id;

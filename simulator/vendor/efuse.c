@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-/* Returns the number that a file holds, whatever it is, and -1 when there is none. A phone's fuse tells 1 or 0. */
+/* Returns the number in a file, or -1 without one. A real phone returns 1 or 0; tests store other numbers too. */
 int efuse_secure_is_enabled(void) {
   const int fd = open("/vendor/efuse/secure", O_RDONLY | O_CLOEXEC);
   if (fd < 0) return -1;

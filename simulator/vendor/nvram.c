@@ -1,4 +1,4 @@
-/* libnvram.so of the simulated MediaTek phone: a record is the file that its name is the path of. */
+/* libnvram.so of the simulated MediaTek phone: a record's name is the path of the file that holds it. */
 #include <fcntl.h>
 #include <stdbool.h>
 #include <string.h>
@@ -7,17 +7,17 @@
 
 enum { kMaxRecords = 16, kNameCap = 256 };
 
-/* Callers know only that the descriptor comes first; the size decides how the structure comes back to them. */
+/* Callers rely on two things: the descriptor comes first, and the size, which decides how the structure is returned. */
 struct file_desc {
   int fd;
   int record_id;
   int reserved[2];
 };
-_Static_assert(sizeof(struct file_desc) == 16, "the structure comes back in 16 bytes");
+_Static_assert(sizeof(struct file_desc) == 16, "callers expect 16 bytes");
 
 static char record_names[kMaxRecords][kNameCap];
 
-/* Returns the id of the record |name|, and -1 when there is no such record. */
+/* Returns the id of the record |name|, or -1 when no such record exists. */
 int NVM_GetLIDByName(const char* name) {
   const size_t len = strlen(name);
   if (len == 0 || len >= kNameCap || access(name, F_OK) != 0) return -1;
@@ -28,7 +28,7 @@ int NVM_GetLIDByName(const char* name) {
   return -1;
 }
 
-/* Opens a record. The descriptor in the result is the caller's to close; it is -1 when the record cannot be opened. */
+/* Opens a record. The caller closes the descriptor in the result, which is -1 when the record cannot be opened. */
 struct file_desc NVM_GetFileDesc(int record_id, int* size, int* count, bool read_only) {
   struct file_desc desc = {.fd = -1, .record_id = record_id};
   if (record_id < 0 || record_id >= kMaxRecords || record_names[record_id][0] == '\0') return desc;

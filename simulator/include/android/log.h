@@ -1,6 +1,6 @@
-/* The part of the Android log interface that the library uses, for builds that have no Android SDK. For C and C++. */
-#ifndef KELCHK_HOST_ANDROID_LOG_H_
-#define KELCHK_HOST_ANDROID_LOG_H_
+/* The part of the Android log interface that the library uses, for builds without an Android SDK. C and C++. */
+#ifndef KELCHK_SIMULATOR_ANDROID_LOG_H_
+#define KELCHK_SIMULATOR_ANDROID_LOG_H_
 
 #ifdef __cplusplus
 extern "C" {
@@ -18,11 +18,11 @@ typedef enum android_LogPriority {
   ANDROID_LOG_SILENT
 } android_LogPriority;
 
-/* Writes one message under |tag|. Returns 1 when it was written, and a negative number when not. */
+/* Writes one message under |tag|. Returns 1 when the message was written and a negative number otherwise. */
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
 #ifdef __cplusplus
 }
 #endif
 
-#endif /* KELCHK_HOST_ANDROID_LOG_H_ */
+#endif /* KELCHK_SIMULATOR_ANDROID_LOG_H_ */
