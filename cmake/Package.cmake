@@ -27,7 +27,7 @@ endif()
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelchk)
 configure_package_config_file(cmake/kelchkConfig.cmake.in kelchkConfig.cmake
   INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
-write_basic_package_version_file(kelchkConfigVersion.cmake COMPATIBILITY AnyNewerVersion)
+write_basic_package_version_file(kelchkConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/kelchkConfig.cmake ${PROJECT_BINARY_DIR}/kelchkConfigVersion.cmake
   DESTINATION ${package_folder})
 

@@ -29,7 +29,8 @@ OTHER_WORD = {
     "O_RDONLY": "O_RDWR", "O_WRONLY": "O_RDWR", "O_RDWR": "O_WRONLY", "SEEK_END": "SEEK_SET", "F_OK": "X_OK",
 }
 JOINS = {"&&", "||", ",", ";", "=", "return", "?", ":"}
-# Of a statement only so many, those that are made first: limits, conditions, dropped statements, results.
+# Of a statement only so many, those that are made first: conditions, dropped statements, results. Moved limits, dropped
+# operands and other flags are always made.
 MOST_PER_STATEMENT = 2
 OPENING, CLOSING = "([{", ")]}"
 # What begins a statement that is no expression.
@@ -77,6 +78,11 @@ def tokenize(source):
     for token in tokens:
         token.spaced = source[token.start - 1:token.start].isspace() and source[token.end:token.end + 1].isspace()
     return tokens
+
+
+def is_chosen(token):
+    """Half of the texts, the same ones wherever they stand."""
+    return zlib.crc32(token.text.encode()) % 2 == 0
 
 
 class Source:
@@ -158,6 +164,8 @@ class Source:
     def mutations(self):
         self.move_limits()
         self.drop_operands()
+        self.change_flags()
+        always = set(self.edits)
         self.change_conditions()
         self.drop_statements()
         self.change_results()
@@ -167,7 +175,7 @@ class Source:
         for start, end, replacement in dict.fromkeys(self.edits):
             first, last = self.statement_around(start, end)
             of_statement[first] += 1
-            if of_statement[first] <= MOST_PER_STATEMENT or self.text[first] == '"':
+            if of_statement[first] <= MOST_PER_STATEMENT or (start, end, replacement) in always:
                 kept.append((start, end, replacement, first, last))
         for start, end, replacement, first, last in sorted(kept):
             before = normalize(self.text[first:last])
@@ -193,6 +201,15 @@ class Source:
         for i, token in enumerate(self.tokens):
             if i not in self.excluded and token.text in MOVED and token.spaced:
                 self.edit(i, i, MOVED[token.text])
+
+    def change_flags(self):
+        for i, token in enumerate(self.tokens):
+            if re.fullmatch(r"O_[A-Z]+", token.text) and self.text_at(i - 1) == "|":
+                self.edit(i - 1, i, "")
+            elif re.fullmatch(r"O_[A-Z]+|SEEK_END|F_OK|RTLD_NOW", token.text) and token.text in OTHER_WORD:
+                self.edit(i, i, OTHER_WORD[token.text])
+            elif re.fullmatch(r"0[0-7]{3}", token.text):  # a file mode
+                self.edit(i, i, "0600")
 
     # if (A) -> if ((A) && false), and if ((A) || true) unless that is a guard, which every success passes. A loop only
     # the first, so that it ends.
@@ -300,6 +317,8 @@ class Source:
                 self.change_string(i, token)
             elif token.kind == "char" and self.text_at(i - 1) not in ("<", "<=", ">", ">="):
                 self.edit(i, i, "'\\0'" if token.text != "'\\0'" else "'0'")
+            elif token.text.startswith("log_") and self.text_at(i + 2)[:1] == '"' and is_chosen(self.tokens[i + 2]):
+                pass  # of a message either the priority changes or the text
             elif token.text in OTHER_WORD:
                 self.edit(i, i, OTHER_WORD[token.text])
             elif token.text == "sizeof":
@@ -307,8 +326,6 @@ class Source:
                 while self.text_at(last + 1) == "." or self.text_at(last + 1) == "->":
                     last += 2
                 self.edit(i, last, f"({self.span(i, last)} - 1)")
-            if re.fullmatch(r"O_[A-Z]+", token.text) and self.text_at(i - 1) == "|":
-                self.edit(i - 1, i, "")
 
     def change_mark(self, i, token):
         if token.text in TURNED and token.spaced:
@@ -327,12 +344,9 @@ class Source:
     def change_number(self, i, token):
         around = self.text_at(i - 1), self.text_at(i + 1)
         is_result = "return" in (self.text_at(i - 1), self.text_at(i - 2))
-        counts = self.is_limit(i) or around[0] in TURNED or around[0] in MOVED or around[0] in SWAPPED
-        value = re.fullmatch(r"(0x[0-9a-fA-F]+|\d+)(u?)", token.text)
+        counts = self.is_limit(i) or around[0] in TURNED or around[0] in SWAPPED
+        value = re.fullmatch(r"(0x[0-9a-fA-F]+|0|[1-9]\d*)(u?)", token.text)
         if is_result or not counts or not value or (token.text == "0" and around[0] in ("==", "!=")):
-            return
-        if re.fullmatch(r"0[0-7]+", value[1]):  # a file mode
-            self.edit(i, i, "0600")
             return
         number = int(value[1], 0)
         self.edit(i, i, f"{number + 1}{value[2]}")
@@ -345,7 +359,7 @@ class Source:
     def change_string(self, i, token):
         if self.tokens[i - 1].kind == "string" and i % 5:  # one of five lines of a long table
             return
-        if zlib.crc32(token.text.encode()) % 2:  # every other text
+        if not is_chosen(token):
             return
         if self.text_at(i - 1) == "extern":
             return
