@@ -19,7 +19,7 @@ static_assert(KELCHK_CHALLENGE_MAX < sizeof g_rand_buf);
 
 // Draws a challenge of |len| characters into g_rand_buf.
 [[nodiscard]] int draw_challenge(unsigned len) noexcept {
-  unsigned char random[KELCHK_CHALLENGE_MAX] = {};
+  unsigned char random[sizeof g_rand_buf] = {};
   const Fd device(open_to_read("/dev/urandom"));
   if (!device) {
     log_error("kelo_get_rand open /dev/urandom error=%d", errno);
@@ -47,10 +47,11 @@ using namespace kelchk;
 
 int kelo_get_rand(char* out, unsigned int* len) noexcept {
   if (out == nullptr || len == nullptr || *len > KELCHK_CHALLENGE_MAX) return log_failure("kelo_get_rand input error");
+  const unsigned challenge_len = *len;
   memcpy(out, kAnswerKey, sizeof kAnswerKey);
-  if (draw_challenge(*len) != 0) return -1;
-  memcpy(out + kAnswerKeyLen, g_rand_buf, *len + 1);
-  *len += kAnswerKeyLen;
+  if (draw_challenge(challenge_len) != 0) return -1;
+  memcpy(out + kAnswerKeyLen, g_rand_buf, challenge_len + 1);
+  *len = kAnswerKeyLen + challenge_len;
   return 0;
 }
 

@@ -71,15 +71,15 @@ template <size_t capacity>
   return EVP_DecodeBase64(out, &len, capacity, in, text.size()) == 1 ? len : 0;
 }
 
-[[nodiscard]] int take_certificate_text(std::string_view record) noexcept {
+[[nodiscard]] std::string_view take_certificate_text(std::string_view record) noexcept {
   memset(g_factory_pem, 0, sizeof g_factory_pem);
-  const size_t len = get_value_by_key(record, "factoryCert", g_factory_pem);
-  return len >= KELCHK_CERTIFICATE_TEXT_MIN ? 0 : log_failure("getValueByKey factoryCert err");
+  return {g_factory_pem, get_value_by_key(record, "factoryCert", g_factory_pem)};
 }
 
-[[nodiscard]] int parse_certificates(const Reporting& reporting, Certificates& certificates) noexcept {
+[[nodiscard]] int parse_certificates(std::string_view text, const Reporting& reporting,
+                                     Certificates& certificates) noexcept {
   certificates.root = parse_root_certificate();
-  const size_t der_len = decode_base64(text_of(g_factory_pem), g_factor_der);
+  const size_t der_len = decode_base64(text, g_factor_der);
   if (reporting.decoded_len_priority != 0) {
     log_at(reporting.decoded_len_priority, "EVP_DecodeBase64 t_len=%zu", der_len);
   }
@@ -135,10 +135,11 @@ void report_chain_failure(const Reporting& reporting) noexcept {
 
 int verify_signed_message(std::string_view record, Purpose purpose, MessageWriter* write_message) noexcept {
   const Reporting& reporting = kReporting[static_cast<size_t>(purpose)];
-  if (take_certificate_text(record) != 0) return -1;
+  const std::string_view certificate = take_certificate_text(record);
+  if (certificate.size() < KELCHK_CERTIFICATE_TEXT_MIN) return log_failure("getValueByKey factoryCert err");
   const ErrorQueueCleanup cleanup;
   Certificates certificates;
-  if (parse_certificates(reporting, certificates) != 0) return -1;
+  if (parse_certificates(certificate, reporting, certificates) != 0) return -1;
   Signature signature;
   if (take_signature(record, signature) != 0) return -1;
   ValueBuffer message = {};
