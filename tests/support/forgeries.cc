@@ -20,7 +20,7 @@ std::vector<Lines> forgeries(const std::string& heading) {
     }
   }
   EXPECT_GT(rows.size(), 1U) << heading;
-  if (!rows.empty()) rows.erase(rows.begin());  // heads the columns
+  if (!rows.empty()) rows.erase(rows.begin());  // the column titles
   return rows;
 }
 

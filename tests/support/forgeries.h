@@ -1,4 +1,4 @@
-// The tables of tests/forgeries.md: what is forged and how it is judged.
+// Reads the tables of tests/forgeries.md: what is forged and the library's verdict.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,10 +11,11 @@
 
 namespace test {
 
-// The rows of the table below |heading|, each with its cells, without the marks of code.
+// Returns the rows of the table under |heading|, each as its cells without backticks.
 std::vector<Lines> forgeries(const std::string& heading);
 
-// Has |judge| look at each row below |heading| and what bears its name in |made|. Each must have the other.
+// Calls |judge| for each row under |heading| with the forgery of that name in |made|. Every row needs a forgery and
+// every forgery a row.
 template <typename Made, typename Judge>
 void judge_forgeries(const std::string& heading, std::map<std::string, Made> made, const Judge& judge) {
   for (const Lines& row : forgeries(heading)) {
@@ -22,12 +23,13 @@ void judge_forgeries(const std::string& heading, std::map<std::string, Made> mad
     if (const auto forged = made.extract(row[0]))
       judge(forged.mapped(), row);
     else
-      ADD_FAILURE() << "nobody makes it";
+      ADD_FAILURE() << "no test builds it";
   }
-  for (const auto& [name, forged] : made) ADD_FAILURE() << name << " stands in no row";
+  for (const auto& [name, forged] : made) ADD_FAILURE() << name << " has no row";
 }
 
-// Puts the pieces in braces into a cell, the inner ones first: {x*20} is twenty times x, of others |piece| knows.
+// Replaces names in braces in a cell, the innermost first: {x*20} is twenty times x, any other name what |piece|
+// returns.
 std::string expand(std::string cell, const std::function<std::string(const std::string& name)>& piece);
 
 }  // namespace test

@@ -26,7 +26,7 @@ time_t stopped_at = 0;
 
 }  // namespace
 
-// These come before the system's: the program's own symbols are looked up first.
+// These replace the system's functions: the program's own symbols are looked up first.
 
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   const int saved_errno = errno;  // callers report errno after they have logged something else
@@ -84,6 +84,11 @@ void write_file(const std::string& path, std::string_view content) {
 void put_folder(const std::string& path) {
   fs::remove_all(path);
   fs::create_directories(path);
+}
+
+void put_link(const std::string& target, const std::string& path) {
+  fs::remove_all(path);
+  fs::create_symlink(target, path);
 }
 
 void remove(const std::string& path) {
