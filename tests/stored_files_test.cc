@@ -1,4 +1,5 @@
 // The check of the stored files: verdicts, repairs, and store directories that hold something else than files.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <openssl/err.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@ namespace {
 
 using namespace test;
 using StoredFiles = RecordTest;
+using StoreDirectory = RecordTest;
 using LogFile = RecordTest;
 namespace fs = std::filesystem;
 
@@ -324,6 +326,47 @@ TEST_F(StoredFiles, AreJudgedAuthorizationFirst) {
     EXPECT_EQ(kelo_is_para_correct(), 0);
     EXPECT_EQ(read_file(para.primary), "damaged") << "the authorization file settles the answer";
     expect_golden("check_" + family.name + ".log", logs + take_transcript("authorization file"));
+  }
+}
+
+// ---- The store directories ----
+
+TEST_F(StoreDirectory, NeverMakesACallWaitForAFifo) {
+  const std::string forged = signed_record(default_signer(), "forged"), reader = "reader", full = "reader, full pipe";
+  const std::string nobody = "nobody at its other end", writer = "silent writer", link = "link to a FIFO";
+  const std::string log_file = KELCHK_LOG_FILE;  // only a file that does not verify gets a line there
+  const auto check = [&](const SignedFile& file, const std::string& path, const std::string& kind, bool is_import) {
+    start(kMediaTek);
+    const std::string input = path == log_file ? forged : file.input, fifo = kind == link ? "/kelofs/fifo" : path;
+    write_file(file.primary, file.stored(input));
+    write_file(file.backup, file.content());
+    test::remove(path);
+    EXPECT_EQ(::mkfifo(fifo.c_str(), 0666), 0);
+    if (kind == link) put_link(fifo, path);
+    const int both_ends = ::open(fifo.c_str(), O_RDWR | O_NONBLOCK);
+    if (kind == reader) ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    if (kind == writer) ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+    while (kind == full && ::write(both_ends, path.data(), 1) > 0) continue;
+    if (kind != full) ::close(both_ends);
+    ::alarm(10);  // ends a call that waits
+    if (!is_import) {
+      EXPECT_EQ(kelo_is_para_correct(), 0) << "the other copy is good";
+      return;
+    }
+    const bool is_stored = path == file.primary || (path == file.backup && kind == reader);
+    EXPECT_EQ(import(file, input, input.size()), is_stored ? 0 : -1);
+    EXPECT_EQ(read_file(file.primary), file.stored(input)) << "neither lost nor replaced by a FIFO";
+  };
+  for (const SignedFile& file : signed_files(kMediaTek)) {
+    for (const std::string& path : {file.primary, file.backup, file.temporary, log_file}) {
+      for (const std::string& kind : {nobody, writer, reader, full, link}) {
+        for (const bool is_import : {false, true}) {
+          SCOPED_TRACE((is_import ? "import, " : "check, ") + path + ", " + kind);
+          in_child([&] { check(file, path, kind, is_import); });
+          if (HasFailure()) return;  // the others would wait as long
+        }
+      }
+    }
   }
 }
 
