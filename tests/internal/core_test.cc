@@ -69,6 +69,11 @@ TEST_F(LogFile, TakesLinesCutToTheScratch) {
   EXPECT_EQ(::stat(KELCHK_LOG_FILE, &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0666U);
 
+  test::remove(KELCHK_LOG_FILE);
+  ::mkfifo(KELCHK_LOG_FILE, 0666);
+  kelchk::logToFile("lost");
+  EXPECT_EQ(take_log(), Lines()) << "a FIFO takes the line even without a reader";
+
   test::remove(KELCHK_STORE_BACKUP);
   kelchk::logToFile("lost");
   EXPECT_EQ(take_log(), Lines{"6 Unable to open the log file\n"});
