@@ -90,7 +90,8 @@ int log_in(const std::string& record) {
 // ---- The challenge ----
 
 TEST_F(Challenge, IsRandomAndAsLongAsRequested) {
-  for (const unsigned len : {0, 1, 2, 5, KELCHK_CHALLENGE_MAX - 1, KELCHK_CHALLENGE_MAX}) {
+  for (const int requested : {0, 1, 2, 5, KELCHK_CHALLENGE_MAX - 1, KELCHK_CHALLENGE_MAX}) {
+    const auto len = static_cast<unsigned>(requested);
     const Guarded out(std::string(kAnswerKeyLen + len + 1, '#'));
     unsigned out_len = len;
     EXPECT_EQ(kelo_get_rand(out.data(), &out_len), 0);

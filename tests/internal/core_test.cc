@@ -43,7 +43,7 @@ TEST(Record, FindsOnlyWholeKeysWhoseValueFits) {
 using LogFile = PhoneTest;
 
 TEST_F(LogFile, IsEmptiedOnceItHasReachedItsLimit) {
-  for (const size_t size : {0, 102399, 102400, 102401}) {
+  for (const size_t size : {0U, 102399U, 102400U, 102401U}) {
     const std::string before(size, 'x');
     write_file(KELCHK_LOG_FILE, before);
     kelchk::logToFile("a line");
