@@ -4,8 +4,8 @@
 #include "core/log.h"
 #include "core/record.h"
 #include "kelchk.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/phone_test.h"
-#include "tests/support/trouble.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ TEST_F(LogFile, IsEmptiedOnceItHasReachedItsLimit) {
   const std::string full(102400, 'x');
   write_file(KELCHK_LOG_FILE, full);
   const auto lose_line = [] { return kelchk::logToFile("lost"), 0; };
-  run_with({.kind = Trouble::kFails, .first = 3}, lose_line);  // the call that empties it
+  run_with({.kind = Fault::kFails, .first = 3}, lose_line);  // the call that empties it
   EXPECT_EQ(read_file(KELCHK_LOG_FILE), full);
 }
 

@@ -10,9 +10,9 @@
 #include "device/identifiers.h"
 #include "device/nvram.h"
 #include "kelchk.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/golden.h"
 #include "tests/support/pki.h"
-#include "tests/support/trouble.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ void expect_rows(std::string& logs, Chip chip, int (*get)(ValueBuffer&) noexcept
     const size_t descriptors = open_descriptors();
     ValueBuffer out = {};
     errno = 0;  // a short read does not set it, but is reported with its text
-    const auto kind = row.failing_call != 0 ? Trouble::kFails : Trouble::kNone;
+    const auto kind = row.failing_call != 0 ? Fault::kFails : Fault::kNone;
     const int result = run_with({.kind = kind, .first = row.failing_call}, [&] { return get(out); });
     EXPECT_EQ(result, row.text ? row.result : -1);
     EXPECT_EQ(row.may_leave_text ? "" : std::string(out), row.text.value_or(""));

@@ -24,13 +24,4 @@ std::vector<Lines> forgeries(const std::string& heading) {
   return rows;
 }
 
-std::string expand(std::string cell, const std::function<std::string(const std::string& name)>& piece) {
-  for (size_t begin; (begin = cell.rfind('{')) != cell.npos;) {
-    const size_t len = cell.find('}', begin) + 1 - begin;
-    const std::string name = cell.substr(begin + 1, len - 2);
-    cell.replace(begin, len, name[1] == '*' ? std::string(std::stoul(name.substr(2)), name[0]) : piece(name));
-  }
-  return cell;
-}
-
 }  // namespace test

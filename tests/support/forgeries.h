@@ -28,8 +28,4 @@ void judge_forgeries(const std::string& heading, std::map<std::string, Made> mad
   for (const auto& [name, forged] : made) ADD_FAILURE() << name << " has no row";
 }
 
-// Replaces names in braces in a cell, the innermost first: {x*20} is twenty times x, any other name what |piece|
-// returns.
-std::string expand(std::string cell, const std::function<std::string(const std::string& name)>& piece);
-
 }  // namespace test
