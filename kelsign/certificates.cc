@@ -1,0 +1,207 @@
+#include "kelsign/certificates.h"
+
+#include <fmt/core.h>
+#include <openssl/err.h>
+#include <openssl/rand.h>
+#include <openssl/x509v3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "common/file.h"
+#include "common/outcome.h"
+#include "kelchk.h"
+#include "kelsign/keys.h"
+
+namespace kelsign {
+namespace {
+
+namespace fs = std::filesystem;
+using common::Error;
+
+constexpr int kRootDays = 20 * 365 + 5;
+constexpr int kSignerDays = 10 * 365 + 2;
+
+using Extensions = std::vector<std::pair<int, const char*>>;
+
+const Extensions kRootExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                    {NID_key_usage, "critical,keyCertSign,cRLSign"},
+                                    {NID_subject_key_identifier, "hash"}};
+
+// Also makes the certificate long enough under any name.
+constexpr char kSignerComment[] =
+    "Signs what a phone's provisioning library accepts: the challenge of a login, the values of a device parameter "
+    "record and the unique id of a chip. It must not sign anything else.";
+
+// No authority key id, because there is one root.
+const Extensions kSignerExtensions = {{NID_basic_constraints, "critical,CA:FALSE"},
+                                      {NID_key_usage, "critical,digitalSignature"},
+                                      {NID_subject_key_identifier, "hash"},
+                                      {NID_netscape_comment, kSignerComment}};
+
+void set_random_serial(X509* certificate) {
+  unsigned char bytes[8];
+  require(RAND_bytes(bytes, sizeof bytes) == 1, "no random number");
+  bytes[0] = static_cast<unsigned char>((bytes[0] & 0x7F) | 0x40);  // positive, and always of one length
+  const NumberHandle number(BN_bin2bn(bytes, sizeof bytes, nullptr));
+  require(BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate)) != nullptr, "no serial number");
+}
+
+void set_name(X509* certificate, const std::string& name) {
+  X509_NAME* const subject = X509_get_subject_name(certificate);
+  for (const auto& [field, text] : {std::pair<const char*, std::string>("O", "Provisioning"), {"CN", name}}) {
+    if (X509_NAME_add_entry_by_txt(subject, field, MBSTRING_UTF8, bytes_of(text), static_cast<int>(text.size()), -1,
+                                   0) != 1) {
+      throw Error("--name: 1 to 64 characters in UTF-8 were expected");
+    }
+  }
+}
+
+// Everything but subject, issuer and signature. Valid from yesterday, for clocks that are a little slow.
+CertificateHandle make_certificate(EVP_PKEY* key, int days) {
+  CertificateHandle certificate(X509_new());
+  std::time_t now = std::time(nullptr);
+  require(X509_set_version(certificate.get(), X509_VERSION_3) == 1 && X509_set_pubkey(certificate.get(), key) == 1 &&
+              X509_time_adj_ex(X509_getm_notBefore(certificate.get()), -1, 0, &now) != nullptr &&
+              X509_time_adj_ex(X509_getm_notAfter(certificate.get()), days, 0, &now) != nullptr,
+          "no certificate can be made");
+  set_random_serial(certificate.get());
+  return certificate;
+}
+
+void issue(X509* certificate, X509* issuer, EVP_PKEY* issuer_key, const Extensions& extensions) {
+  require(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)) == 1, "no issuer");
+  for (const auto& [nid, value] : extensions) {
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
+    const ExtensionHandle extension(X509V3_EXT_conf_nid(nullptr, &context, nid, value));
+    require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1, value);
+  }
+  require(X509_sign(certificate, issuer_key, EVP_sha256()) > 0, "the certificate cannot be signed");
+}
+
+template <typename Write>
+std::string pem_of(Write write) {
+  const BioHandle stream(BIO_new(BIO_s_secmem()));
+  char* text = nullptr;
+  require(write(stream.get()) == 1, "no PEM can be written");
+  const long len = BIO_get_mem_data(stream.get(), &text);
+  return {text, static_cast<size_t>(len)};
+}
+
+// DIR/|name|.pem and, for a key that is made, DIR/|name|.key, of which none may exist yet.
+class NewFiles {
+ public:
+  NewFiles(const NewCertificate& wanted, const std::string& name, bool with_key)
+      : key_path_(with_key ? wanted.folder + "/" + name + ".key" : ""),
+        certificate_path_(wanted.folder + "/" + name + ".pem") {
+    for (const std::string& path : {key_path_, certificate_path_}) {
+      if (fs::exists(fs::symlink_status(path))) throw Error(path + ": already exists, and is not overwritten");
+    }
+    std::error_code error;
+    fs::create_directories(wanted.folder, error);
+    if (error) throw Error(wanted.folder + ": cannot be created: " + error.message());
+  }
+
+  // Half a pair would be in the way of the next try.
+  void write(EVP_PKEY* key, X509* certificate) const {
+    const std::string text = pem_of([=](BIO* stream) { return PEM_write_bio_X509(stream, certificate); });
+    if (!key_path_.empty()) common::write_new_file(key_path_, key_text(key), 0600);
+    try {
+      common::write_new_file(certificate_path_, text, 0644);
+    } catch (const Error&) {
+      if (!key_path_.empty()) ::unlink(key_path_.c_str());
+      throw;
+    }
+  }
+
+ private:
+  static std::string key_text(EVP_PKEY* key) {
+    return pem_of(
+        [=](BIO* stream) { return PEM_write_bio_PrivateKey(stream, key, nullptr, nullptr, 0, nullptr, nullptr); });
+  }
+
+  std::string key_path_;
+  std::string certificate_path_;
+};
+
+RequestHandle load_request(const std::string& path) {
+  const BioHandle stream = open_pem(path);
+  RequestHandle request(PEM_read_bio_X509_REQ(stream.get(), nullptr, no_passphrase, nullptr));
+  if (request == nullptr) throw Error(path + ": a certificate request in PEM was expected");
+  EVP_PKEY* const key = X509_REQ_get0_pubkey(request.get());
+  require(key != nullptr, path + ": its key cannot be read");
+  require_rsa_2048(key, path);
+  if (X509_REQ_verify(request.get(), key) == 1) return request;
+  throw Error(path + ": the request is not signed by its own key");
+}
+
+}  // namespace
+
+CertificateHandle load_certificate(const std::string& path) {
+  const BioHandle stream = open_pem(path);
+  CertificateHandle certificate(PEM_read_bio_X509(stream.get(), nullptr, no_passphrase, nullptr));
+  if (certificate == nullptr) throw Error(path + ": a certificate in PEM was expected");
+  return certificate;
+}
+
+std::string certificate_text(X509* certificate, const std::string& path) {
+  std::string der(static_cast<size_t>(std::max(i2d_X509(certificate, nullptr), 0)), '\0');
+  auto* end = reinterpret_cast<unsigned char*>(der.data());
+  require(!der.empty() && i2d_X509(certificate, &end) > 0, path + ": it cannot be encoded");
+  std::string text = base64(der);
+  if (text.size() >= KELCHK_CERTIFICATE_TEXT_MIN && text.size() <= KELCHK_CERTIFICATE_TEXT_MAX) return text;
+  throw Error(fmt::format("{}: its base64 has {} characters; a phone takes {} to {}", path, text.size(),
+                          KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX));
+}
+
+void require_pair(EVP_PKEY* key, X509* certificate, const std::string& path) {
+  if (X509_check_private_key(certificate, key) == 1) return;
+  ERR_clear_error();
+  throw Error(path + ": the certificate of the given key was expected");
+}
+
+void make_root(const NewCertificate& wanted) {
+  const NewFiles files(wanted, "root", wanted.key.empty());
+  const KeyHandle key = wanted.key.empty() ? make_key() : load_key(wanted.key);
+  const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kRootDays));
+  set_name(certificate.get(), wanted.name.value_or("Provisioning root"));
+  issue(certificate.get(), certificate.get(), key.get(), kRootExtensions);
+  files.write(key.get(), certificate.get());
+}
+
+void make_signer(const NewCertificate& wanted, const std::string& root_path, const std::string& root_key_name,
+                 const std::string& request_path) {
+  const CertificateHandle root = load_certificate(root_path);
+  const KeyHandle root_key = load_key(root_key_name);
+  require_pair(root_key.get(), root.get(), root_path);
+  const RequestHandle request = request_path.empty() ? nullptr : load_request(request_path);
+  const bool is_new_key = wanted.key.empty() && request == nullptr;
+  const NewFiles files(wanted, "signer", is_new_key);
+  KeyHandle key;
+  if (request == nullptr) {
+    key = is_new_key ? make_key() : load_key(wanted.key);
+  } else {
+    key.reset(X509_REQ_get_pubkey(request.get()));
+  }
+
+  const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kSignerDays));
+  if (request != nullptr && !wanted.name) {
+    require(X509_set_subject_name(certificate.get(), X509_REQ_get_subject_name(request.get())) == 1, "no subject");
+  } else {
+    set_name(certificate.get(), wanted.name.value_or("Provisioning signer"));
+  }
+  // A phone would take it for a self-signed certificate.
+  if (X509_NAME_cmp(X509_get_subject_name(certificate.get()), X509_get_subject_name(root.get())) == 0) {
+    throw Error("the signer needs another name than the root: --name");
+  }
+  issue(certificate.get(), root.get(), root_key.get(), kSignerExtensions);
+  certificate_text(certificate.get(), "the new certificate");
+  files.write(key.get(), certificate.get());
+}
+
+}  // namespace kelsign

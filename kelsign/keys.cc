@@ -1,0 +1,204 @@
+#include "kelsign/keys.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <openssl/crypto.h>
+#include <openssl/engine.h>
+#include <openssl/err.h>
+#include <openssl/rsa.h>
+#include <openssl/ui.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "common/escape.h"
+#include "common/fd.h"
+#include "common/file.h"
+#include "common/outcome.h"
+
+namespace kelsign {
+namespace {
+
+using common::Error;
+
+constexpr std::string_view kScheme = "pkcs11:";
+constexpr std::string_view kPinValue = "pin-value=";
+constexpr size_t kMaxPinLen = 255;
+
+// Return values of a module (PKCS #11), which its engine uses as reasons.
+constexpr int kPinIncorrect = 0xA0;
+constexpr int kPinLenRange = 0xA2;
+constexpr int kPinLocked = 0xA4;
+
+using EngineHandle = std::unique_ptr<ENGINE, FreeBy<ENGINE_free>>;
+using RunningEngine = std::unique_ptr<ENGINE, FreeBy<ENGINE_finish>>;
+
+struct Pin {
+  Pin() = default;
+  Pin(const Pin&) = delete;
+  Pin& operator=(const Pin&) = delete;
+  ~Pin() { OPENSSL_cleanse(text.data(), text.size()); }
+  std::string text;
+};
+
+struct Uri {
+  std::string key;  // without the query
+  std::string pin_source;
+  std::string module_path;
+};
+
+bool is_uri(std::string_view name) {
+  return name.size() >= kScheme.size() && ::strncasecmp(name.data(), kScheme.data(), kScheme.size()) == 0;
+}
+
+size_t find_pin_value(std::string_view text, size_t from = 0) {
+  const auto found = std::search(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), kPinValue.begin(),
+                                 kPinValue.end(), [](char a, char b) { return (a | 0x20) == (b | 0x20); });
+  return found == text.end() ? std::string_view::npos : static_cast<size_t>(found - text.begin());
+}
+
+std::string decode_percent(std::string_view text) {
+  std::string decoded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char* const code = text.data() + i + 1;
+    unsigned char byte = 0;
+    const bool is_code =
+        text[i] == '%' && i + 2 < text.size() && std::from_chars(code, code + 2, byte, 16).ptr == code + 2;
+    decoded += is_code ? static_cast<char>(byte) : text[i];
+    if (is_code) i += 2;
+  }
+  return decoded;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  for (size_t begin = 0; begin < text.size();) {
+    const size_t end = std::min(text.find(separator, begin), text.size());
+    parts.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return parts;
+}
+
+Uri parse_uri(std::string_view name) {
+  name.remove_prefix(kScheme.size());
+  const size_t path_len = std::min(name.find('?'), name.size());
+  Uri uri{std::string(kScheme).append(name.substr(0, path_len)), "", ""};
+  bool names_token = false;
+  for (const std::string_view attribute : split(name.substr(0, path_len), ';')) {
+    names_token |= attribute.starts_with("token=") || attribute.starts_with("serial=");
+    if (attribute.starts_with("pin-")) throw Error(uri.key + ": pin-source was expected after \"?\"");
+  }
+  // The PIN must not be tried on other tokens.
+  if (!names_token) throw Error(uri.key + ": token or serial was expected");
+  for (const std::string_view attribute : split(name.substr(std::min(path_len + 1, name.size())), '&')) {
+    const std::string value = decode_percent(attribute.substr(attribute.find('=') + 1));
+    if (attribute.starts_with("pin-source=")) {
+      uri.pin_source = value.starts_with("file:") ? value.substr(5) : value;
+    } else if (attribute.starts_with("module-path=")) {
+      uri.module_path = value;
+    } else {
+      throw Error(uri.key + ": after \"?\", only pin-source and module-path were expected");
+    }
+  }
+  return uri;
+}
+
+void ask_pin(const Uri& uri, Pin& pin) {
+  // A background process would be stopped by its question.
+  const common::Fd terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (!terminal || ::tcgetpgrp(terminal.get()) != ::getpgrp()) {
+    throw Error(uri.key +
+                ": no PIN: name its file by pin-source in the URI or set KELSIGN_PIN, as there is no terminal");
+  }
+  pin.text.resize(kMaxPinLen + 1);
+  const std::string prompt = fmt::format("PIN of {}: ", common::escape(uri.key));
+  if (EVP_read_pw_string(pin.text.data(), static_cast<int>(pin.text.size()), prompt.c_str(), 0) != 0) {
+    throw Error(uri.key + ": no PIN was entered");
+  }
+  pin.text.resize(std::strlen(pin.text.c_str()));
+}
+
+void read_pin(const Uri& uri, Pin& pin) {
+  const char* const variable = std::getenv("KELSIGN_PIN");
+  if (!uri.pin_source.empty()) {
+    pin.text = common::read_file(uri.pin_source, kMaxPinLen);
+  } else if (variable != nullptr) {
+    pin.text = variable;
+  } else {
+    ask_pin(uri, pin);
+  }
+  if (pin.text.ends_with('\n')) pin.text.pop_back();
+  if (pin.text.ends_with('\r')) pin.text.pop_back();
+  if (pin.text.empty()) throw Error(uri.key + ": the PIN is empty");
+  if (pin.text.find('\0') != std::string::npos) throw Error(uri.key + ": the PIN has a NUL inside");
+}
+
+RunningEngine start_engine(const Uri& uri, const Pin& pin) {
+  const EngineHandle engine(ENGINE_by_id("pkcs11"));
+  require(engine != nullptr, "OpenSSL's engine \"pkcs11\", Debian's libengine-pkcs11-openssl, cannot be loaded");
+  // Its own messages would show the URI and the PIN's file.
+  require(ENGINE_ctrl_cmd_string(engine.get(), "QUIET", nullptr, 0) == 1 &&
+              (uri.module_path.empty() ||
+               ENGINE_ctrl_cmd_string(engine.get(), "MODULE_PATH", uri.module_path.c_str(), 0) == 1) &&
+              ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin.text.c_str(), 0) == 1 && ENGINE_init(engine.get()) == 1,
+          "the PKCS #11 module cannot be used");
+  return RunningEngine(engine.get());
+}
+
+[[noreturn]] void throw_missing_key(const Uri& uri) {
+  for (unsigned long code = 0; (code = ERR_get_error()) != 0;) {
+    const int reason = ERR_GET_REASON(code);
+    if (ERR_GET_LIB(code) < ERR_LIB_USER) continue;
+    if (reason == kPinIncorrect || reason == kPinLenRange) throw Error(uri.key + ": the PIN is wrong");
+    if (reason == kPinLocked) throw Error(uri.key + ": the PIN is locked, after too many wrong ones");
+  }
+  throw Error(uri.key + ": no such private key in the module, or no such module");
+}
+
+KeyHandle load_from_module(const Uri& uri) {
+  Pin pin;
+  read_pin(uri, pin);
+  // The key keeps the engine.
+  const RunningEngine engine = start_engine(uri, pin);
+  KeyHandle key(ENGINE_load_private_key(engine.get(), uri.key.c_str(), const_cast<UI_METHOD*>(UI_null()), nullptr));
+  if (key == nullptr) throw_missing_key(uri);
+  require_rsa_2048(key.get(), uri.key);
+  return key;
+}
+
+}  // namespace
+
+KeyHandle load_key(const std::string& name) {
+  if (is_uri(name)) return load_from_module(parse_uri(name));
+  const BioHandle stream = open_pem(name);
+  KeyHandle key(PEM_read_bio_PrivateKey(stream.get(), nullptr, no_passphrase, nullptr));
+  if (key == nullptr) throw Error(name + ": a private key in PEM, without a passphrase, was expected");
+  require_rsa_2048(key.get(), name);
+  return key;
+}
+
+std::string key_name_fault(const std::string& name) {
+  if (find_pin_value(name) == std::string::npos) return "";
+  return "other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN";
+}
+
+std::string without_pins(std::string message) {
+  for (size_t at = 0; (at = find_pin_value(message, at)) != std::string::npos;) {
+    at += kPinValue.size();
+    message.replace(at, std::min(message.find_first_of(";?& ", at), message.size()) - at, "...");
+  }
+  return message;
+}
+
+KeyHandle make_key() {
+  KeyHandle key(EVP_RSA_gen(2048));
+  require(key != nullptr, "no key can be made");
+  return key;
+}
+
+}  // namespace kelsign
