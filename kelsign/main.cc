@@ -82,7 +82,7 @@ void serve(const Options& options) {
 class CommandLine {
  public:
   CommandLine() {
-    app_.require_subcommand(1);
+    app_.require_subcommand(0, 1);
     app_.footer(kFooter);
     app_.set_version_flag("--version", "kelsign " KELSIGN_VERSION);
     add_root();
@@ -101,6 +101,7 @@ class CommandLine {
     } catch (const CLI::ParseError& error) {
       throw common::Error(without_pins(error.what()));
     }
+    if (!run_chosen_) throw common::Error("a command was expected; kelsign --help shows them");
     run_chosen_();
   }
 
