@@ -33,8 +33,10 @@ bool is_time(std::string_view text) {
   const bool has_form =
       std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
                  [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; });
+  if (!has_form) return false;
+  const std::string terminated(text);
   tm time = {};
-  const char* const end = has_form ? ::strptime(std::string(text).c_str(), "%y%m%d-%H%M%S", &time) : nullptr;
+  const char* const end = ::strptime(terminated.c_str(), "%y%m%d-%H%M%S", &time);
   return end != nullptr && *end == '\0';
 }
 
