@@ -12,6 +12,8 @@ class Fd {
   Fd() = default;
   explicit Fd(int fd) : fd_(fd) {}
   Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
   Fd& operator=(Fd&& other) noexcept {
     reset(std::exchange(other.fd_, -1));
     return *this;
@@ -19,7 +21,7 @@ class Fd {
   ~Fd() { reset(); }
 
   explicit operator bool() const { return fd_ >= 0; }
-  int get() const { return fd_; }
+  [[nodiscard]] int get() const { return fd_; }
   void reset(int fd = -1) {
     if (fd_ >= 0) ::close(fd_);
     fd_ = fd;

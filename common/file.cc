@@ -32,6 +32,8 @@ const std::string& shown_name(const std::string& path) {
   return path == "-" ? kStandardInput : path;
 }
 
+}  // namespace
+
 bool write_all(int fd, std::string_view content) {
   while (!content.empty()) {
     const ssize_t count = ::write(fd, content.data(), content.size());
@@ -41,8 +43,6 @@ bool write_all(int fd, std::string_view content) {
   }
   return true;
 }
-
-}  // namespace
 
 void throw_errno(const std::string& path, const char* what) {
   const int error = errno;

@@ -17,6 +17,9 @@ std::string read_start(const std::string& path, size_t max);
 // Error, naming it, when it exists or when a step fails; a file that was begun is then removed.
 void write_new_file(const std::string& path, std::string_view content, mode_t mode);
 
+// Writes everything, or returns false with errno.
+bool write_all(int fd, std::string_view content);
+
 // Throws Error with |path|, |what| failed and the text of errno.
 [[noreturn]] void throw_errno(const std::string& path, const char* what);
 

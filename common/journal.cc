@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "common/escape.h"
 #include "common/fd.h"
@@ -62,10 +61,8 @@ std::string journal_time() {
   ::clock_gettime(CLOCK_REALTIME, &now);
   ::gmtime_r(&now.tv_sec, &utc);
   char seconds[32];
-  char text[48];
-  ::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S", &utc);
-  std::snprintf(text, sizeof text, "%s.%03dZ", seconds, static_cast<int>(now.tv_nsec / 1000000));
-  return text;
+  const size_t len = ::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S.", &utc);
+  return std::string(seconds, len) + std::to_string(1000 + now.tv_nsec / 1000000).substr(1) + "Z";
 }
 
 }  // namespace common

@@ -14,10 +14,16 @@ namespace {
 
 constexpr std::string_view kFailed = "failed: ";
 
-const std::string kTooLong = "the line is longer than the " + std::to_string(kMaxLineLen) + " bytes that are accepted";
+// What is escaped, and the letter that stands for each.
+constexpr std::string_view kEscaped = "\n\r\\";
+constexpr std::string_view kLetters = "nr\\";
+
+std::string too_long() {
+  return "the line is longer than the " + std::to_string(kMaxLineLen) + " bytes that are accepted";
+}
 
 void require_line(std::string_view line) {
-  if (line.size() > kMaxLineLen) throw Refusal(kTooLong);
+  if (line.size() > kMaxLineLen) throw Refusal(too_long());
   if (line.find('\0') != std::string_view::npos) throw Refusal("the line has a NUL inside");
 }
 
@@ -27,16 +33,6 @@ std::string answer_to(std::string_view line, const std::function<std::string(con
     return text.size() <= kMaxLineLen ? text : failed_line({"the answer is longer than a line may be"});
   } catch (const Refusal& refusal) {
     return failed_line({refusal.what()});
-  }
-}
-
-void write_line(int out, std::string line) {
-  line += '\n';
-  for (std::string_view rest = line; !rest.empty();) {
-    const ssize_t count = ::write(out, rest.data(), rest.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw_errno("the answer", "cannot be written");
-    rest.remove_prefix(static_cast<size_t>(count));
   }
 }
 
@@ -55,15 +51,9 @@ bool read_more(int in, LineBuffer& lines) {
 std::string encode_text(std::string_view text) {
   std::string line;
   for (const char c : text) {
-    if (c == '\n') {
-      line += "\\n";
-    } else if (c == '\r') {
-      line += "\\r";
-    } else if (c == '\\') {
-      line += "\\\\";
-    } else {
-      line += c;
-    }
+    const size_t which = kEscaped.find(c);
+    if (which != std::string_view::npos) line += '\\';
+    line += which != std::string_view::npos ? kLetters[which] : c;
   }
   return line;
 }
@@ -75,9 +65,9 @@ std::string decode_text(std::string_view line) {
       text += line[i];
       continue;
     }
-    const char c = ++i < line.size() ? line[i] : ' ';
-    if (c != 'n' && c != 'r' && c != '\\') throw Refusal("a backslash may only be part of \\n, \\r and \\\\");
-    text += c == 'n' ? '\n' : c == 'r' ? '\r' : c;
+    const size_t which = ++i < line.size() ? kLetters.find(line[i]) : std::string_view::npos;
+    if (which == std::string_view::npos) throw Refusal(R"(a backslash may only be part of \n, \r and \\)");
+    text += kEscaped[which];
   }
   return text;
 }
@@ -94,7 +84,7 @@ Answer parse_answer(std::string_view line) {
   if (line == "ok") return {true, ""};
   if (line.starts_with("ok ")) return {true, decode_text(line.substr(3))};
   if (line.starts_with(kFailed)) return {false, std::string(line.substr(kFailed.size()))};
-  throw Refusal("an answer begins with \"ok\" or \"failed: \"");
+  throw Refusal(R"(an answer begins with "ok" or "failed: ")");
 }
 
 std::string ok_line(std::string_view text) {
@@ -108,29 +98,39 @@ std::string failed_line(const std::vector<std::string>& reasons) {
   return line;
 }
 
+void LineBuffer::add(std::string_view bytes) {
+  if (is_passing_over_) {
+    const size_t end = bytes.find('\n');
+    if (end == std::string_view::npos) return;
+    bytes.remove_prefix(end + 1);
+    is_passing_over_ = false;
+  }
+  unread_ += bytes;
+}
+
 LineBuffer::Next LineBuffer::take(std::string& line) {
   const size_t end = unread_.find('\n');
   const bool is_complete = end != std::string::npos;
-  if (!is_complete && unread_.size() <= kMaxLineLen + 1 && !is_passing_over_) return Next::kNone;
-
-  const bool was_passing_over = is_passing_over_;
+  if (!is_complete && unread_.size() <= kMaxLineLen + 1) return Next::kNone;
   is_passing_over_ = !is_complete;
-  line = unread_.substr(0, std::min(end, kMaxLineLen + 2));
+  line = unread_.substr(0, end);
   unread_.erase(0, is_complete ? end + 1 : end);
-  if (was_passing_over) return is_complete ? take(line) : Next::kNone;
   if (is_complete && line.ends_with('\r')) line.pop_back();
   return line.size() <= kMaxLineLen ? Next::kLine : Next::kTooLong;
 }
 
 void serve_lines(int in, int out, const std::function<std::string(const Request& request)>& answer) {
+  const auto write_answer = [out](const std::string& text) {
+    if (!write_all(out, text + "\n")) throw_errno("the answer", "cannot be written");
+  };
   LineBuffer lines;
   std::string line;
   while (read_more(in, lines)) {
-    for (LineBuffer::Next next; (next = lines.take(line)) != LineBuffer::Next::kNone;) {
-      write_line(out, next == LineBuffer::Next::kLine ? answer_to(line, answer) : failed_line({kTooLong}));
+    for (auto next = lines.take(line); next != LineBuffer::Next::kNone; next = lines.take(line)) {
+      write_answer(next == LineBuffer::Next::kLine ? answer_to(line, answer) : failed_line({too_long()}));
     }
   }
-  if (lines.is_inside_line()) write_line(out, failed_line({"the last line has no line break; it may have been cut"}));
+  if (lines.is_inside_line()) write_answer(failed_line({"the last line has no line break; it may have been cut"}));
 }
 
 }  // namespace common

@@ -42,9 +42,9 @@ class LineBuffer {
  public:
   enum class Next { kNone, kLine, kTooLong };
 
-  void add(std::string_view bytes) { unread_ += bytes; }
+  void add(std::string_view bytes);
 
-  // The next line that is complete, in |line|. kTooLong stands for a whole line, once; its rest is passed over.
+  // The next line that is complete, in |line|. kTooLong stands for a whole line; its rest is passed over.
   Next take(std::string& line);
 
   // Whether a line has begun that is not complete.

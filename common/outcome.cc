@@ -1,6 +1,6 @@
 #include "common/outcome.h"
 
-#include <cstdio>
+#include <iostream>
 #include <string>
 
 #include "common/escape.h"
@@ -10,7 +10,7 @@ namespace common {
 namespace {
 
 int report(const char* program, const std::string& message, ExitCode code) {
-  std::fprintf(stderr, "%s: %s\n", program, escape(message).c_str());
+  std::cerr << program << ": " << escape(message) << std::endl;
   return code;
 }
 

@@ -4,16 +4,11 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
-#include "common/outcome.h"
+#include "common/file.h"
 
 namespace common {
 namespace {
-
-[[noreturn]] void fail() {
-  throw Error(std::string("standard output: cannot be written: ") + std::strerror(errno));
-}
 
 std::string paint(const char* colour, std::string_view words, Stream stream) {
   if (::isatty(static_cast<int>(stream)) != 1) return std::string(words);
@@ -23,12 +18,13 @@ std::string paint(const char* colour, std::string_view words, Stream stream) {
 }  // namespace
 
 void print(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) fail();
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+    throw_errno("standard output", "cannot be written");
 }
 
 void close_output() {
   // Output that was closed from the start loses nothing: print() has failed if there was anything to print.
-  if (std::fclose(stdout) != 0 && errno != EBADF) fail();
+  if (std::fclose(stdout) != 0 && errno != EBADF) throw_errno("standard output", "cannot be written");
 }
 
 std::string good(std::string_view words, Stream stream) {

@@ -33,72 +33,63 @@ struct Pipe {
   Fd writing;
 };
 
-// What the forked processes work with. Between fork and exec they call only what is safe there.
-struct Start {
-  char* const* arguments;
-  int in, out, alive, error;
+struct Pipes {
+  explicit Pipes(const std::string& name) : in(name), out(name), alive(name), error(name) {}
+  Pipe in, out;
+  Pipe alive;  // ends with this process
+  Pipe error;  // ends without a word once the command runs
 };
 
-[[noreturn]] void report_failure(int pipe) {
-  const int error = errno;
-  const ssize_t ignored = ::write(pipe, &error, sizeof error);
-  ::_exit(static_cast<int>(ignored > 0));
-}
+// Between fork and exec only what is safe there is called.
 
-[[noreturn]] void become_command(const Start& start) {
-  ::signal(SIGPIPE, SIG_DFL);
-  if (::dup2(start.in, STDIN_FILENO) >= 0 && ::dup2(start.out, STDOUT_FILENO) >= 0) {
-    ::execvp(start.arguments[0], start.arguments);
+[[noreturn]] void become_command(char* const* arguments, const Pipes& pipes) {
+  static_cast<void>(::signal(SIGPIPE, SIG_DFL));
+  if (::dup2(pipes.in.reading.get(), STDIN_FILENO) >= 0 && ::dup2(pipes.out.writing.get(), STDOUT_FILENO) >= 0) {
+    ::execvp(arguments[0], arguments);
   }
-  report_failure(start.error);
+  const int error = errno;
+  const bool is_reported = ::write(pipes.error.writing.get(), &error, sizeof error) > 0;
+  ::_exit(is_reported ? 1 : 2);
 }
 
-// SIGCHLD is blocked.
-bool ends_in_time(pid_t id) {
+bool ends_in_time(pid_t id, const sigset_t& blocked) {
   if (::waitpid(id, nullptr, WNOHANG) != 0) return true;
-  sigset_t signals;
-  ::sigemptyset(&signals);
-  ::sigaddset(&signals, SIGCHLD);
-  ::sigtimedwait(&signals, nullptr, &kGrace);
+  ::sigtimedwait(&blocked, nullptr, &kGrace);
   return ::waitpid(id, nullptr, WNOHANG) != 0;
 }
 
-// The guard leads the group and outlives the program that started it, also one that is killed. That program alone holds
-// the other end of |start.alive|.
-[[noreturn]] void guard_command(const Start& start) {
+// The guard leads the group and outlives the program that started it, also one that is killed.
+[[noreturn]] void guard_command(char* const* arguments, Pipes& pipes) {
+  pipes.alive.writing.reset();
   ::setpgid(0, 0);
   const pid_t command = ::fork();
-  if (command < 0) report_failure(start.error);
-  if (command == 0) become_command(start);
+  if (command == 0) become_command(arguments, pipes);
 
-  // Whatever else it inherited, it must not keep open. The signal for the group is not for itself.
+  // The signals for the group are not for itself, and whatever it inherited must not stay open.
   sigset_t signals;
   ::sigfillset(&signals);
   ::sigprocmask(SIG_BLOCK, &signals, nullptr);
-  ::dup2(start.alive, 0);
+  ::dup2(pipes.alive.reading.get(), 0);
   ::close_range(1, ~0U, 0);
   char byte = 0;
-  while (::read(0, &byte, 1) < 0 && errno == EINTR) {
-  }
-  if (!ends_in_time(command)) {
+  static_cast<void>(::read(0, &byte, 1) < 0);
+  ::sigemptyset(&signals);
+  ::sigaddset(&signals, SIGCHLD);
+  if (!ends_in_time(command, signals)) {
     ::kill(0, SIGTERM);
-    ends_in_time(command);
+    ends_in_time(command, signals);
   }
   ::kill(0, SIGKILL);
   ::_exit(0);
 }
 
-int milliseconds_until(Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return static_cast<int>(std::max<decltype(left)>(left, 0));
-}
-
 bool is_ready(int fd, short events, Clock::time_point deadline) {
   pollfd wanted = {fd, events, 0};
-  int count = -1;
-  do count = ::poll(&wanted, 1, milliseconds_until(deadline));
-  while (count < 0 && errno == EINTR);
-  return count > 0;
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    const int count = ::poll(&wanted, 1, static_cast<int>(std::max<decltype(left)>(left, 0)));
+    if (count >= 0 || errno != EINTR) return count > 0;
+  }
 }
 
 // False when the deadline has passed. What a program that has ended no longer reads is lost; the end of its answers
@@ -119,42 +110,33 @@ bool send(int fd, std::string_view text, Clock::time_point deadline) {
 
 }  // namespace
 
-Process::Process(std::string name, const std::vector<std::string>& command) : name_(std::move(name)) {
+// From the delegation on, the destructor cleans up what this constructor leaves behind.
+Process::Process(std::string name, const std::vector<std::string>& command) : Process(std::move(name)) {
   std::vector<std::string> words = command;
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(words.size() + 1, nullptr);
+  std::transform(words.begin(), words.end(), arguments.begin(), [](std::string& word) { return word.data(); });
 
-  ::signal(SIGPIPE, SIG_IGN);
-  Pipe to(name_);
-  Pipe from(name_);
-  Pipe alive(name_);
-  Pipe error(name_);
+  static_cast<void>(::signal(SIGPIPE, SIG_IGN));
+  Pipes pipes(name_);
   guard_ = ::fork();
   if (guard_ < 0) throw SessionError(name_ + ": cannot be started: " + std::strerror(errno));
-  if (guard_ == 0) {
-    alive.writing.reset();
-    guard_command({arguments.data(), to.reading.get(), from.writing.get(), alive.reading.get(), error.writing.get()});
-  }
-  alive_ = std::move(alive.writing);
-  in_ = std::move(to.writing);
-  out_ = std::move(from.reading);
+  if (guard_ == 0) guard_command(arguments.data(), pipes);
+  in_ = std::move(pipes.in.writing);
+  out_ = std::move(pipes.out.reading);
+  alive_ = std::move(pipes.alive.writing);
   ::fcntl(in_.get(), F_SETFL, O_NONBLOCK);
 
-  // Ends without a word once the command runs.
-  error.writing.reset();
-  int failure = 0;
-  if (::read(error.reading.get(), &failure, sizeof failure) <= 0) return;
-  alive_.reset();
-  ::waitpid(guard_, nullptr, 0);
-  throw SessionError(name_ + ": " + words.front() + " cannot be started: " + std::strerror(failure));
+  pipes.error.writing.reset();
+  int error = 0;
+  if (::read(pipes.error.reading.get(), &error, sizeof error) <= 0) return;
+  throw SessionError(name_ + ": " + command.front() + " cannot be started: " + std::strerror(error));
 }
 
 Process::~Process() {
   in_.reset();
   out_.reset();
   alive_.reset();
-  while (::waitpid(guard_, nullptr, 0) < 0 && errno == EINTR) {
+  while (guard_ > 0 && ::waitpid(guard_, nullptr, 0) < 0 && errno == EINTR) {
   }
 }
 

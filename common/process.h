@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/fd.h"
@@ -28,6 +29,8 @@ class Process {
   std::string ask(std::string_view line, std::chrono::seconds timeout);
 
  private:
+  explicit Process(std::string name) : name_(std::move(name)) {}
+
   std::string name_;
   pid_t guard_ = -1;  // the first process of the group, which ends the others
   Fd alive_;          // the guard sees its end when this process is gone

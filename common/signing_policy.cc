@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <vector>
 
 #include "common/outcome.h"
 #include "core/record.h"
@@ -23,8 +22,8 @@ bool is_upper_hex(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
 }
 
-bool all_upper_hex(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), is_upper_hex);
+bool is_sha(std::string_view text) {
+  return text.size() == 64 && std::all_of(text.begin(), text.end(), is_upper_hex);
 }
 
 // "240429-153012"
@@ -50,52 +49,50 @@ bool is_build_type(std::string_view value) {
   return value == "user" || value == "userdebug" || value == "eng" || value == "user_root";
 }
 
+bool is_model(std::string_view value) {
+  return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen;
+}
+
 template <size_t max_len>
 bool is_at_most(std::string_view value) {
   return value.size() <= max_len;
 }
 
-enum class Bytes { kPrintable, kPrintableAndBreaks };
-
 struct Rule {
   std::string_view key;
-  Bytes bytes;
+  bool may_have_breaks;  // as a Unisoc phone may report them
   bool (*holds)(std::string_view value);
   const char* expected;
 };
 
-constexpr const char* kChipIdForm = "\"mt\" or \"sp\" and 1 to 254 characters more, none of them a capital letter";
+constexpr const char* kChipIdForm = R"("mt" or "sp" and 1 to 254 characters more, none of them a capital letter)";
 
 // What holds of a value on every phone, beyond not being empty. A phone's library takes one value of a key to be signed
-// and may compare another with the phone when the first is longer than any phone's. Line breaks stand where a Unisoc
-// phone may report them.
+// and may compare another with the phone when the first is longer than any phone's.
 // clang-format off
 constexpr Rule kRules[] = {
-    {"buildTime", Bytes::kPrintable, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"buildType", Bytes::kPrintable, is_build_type, "user, userdebug, eng or user_root"},
-    {"countrySha", Bytes::kPrintable, [](std::string_view value) { return value.size() == 64 && all_upper_hex(value); },
-     "64 characters of 0-9 and A-F"},
-    {"cpuID", Bytes::kPrintableAndBreaks, is_chip_id, kChipIdForm},
-    {"deviceBrand", Bytes::kPrintable, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"deviceModel", Bytes::kPrintable,
-     [](std::string_view value) { return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen; },
-     "\"MDF1\" and at most 91 characters more"},
-    {"featureCode", Bytes::kPrintable, is_at_most<KELCHK_FEATURE_CODE_MAX>, "at most 127 characters"},
-    {"imei", Bytes::kPrintableAndBreaks, is_at_most<255>, "at most 255 characters"},
-    {"phoneMac", Bytes::kPrintableAndBreaks, is_at_most<127>, "at most 127 characters"},
-    {"psn", Bytes::kPrintable, [](std::string_view value) { return value.size() == 16; }, "16 characters"},
-    {"time", Bytes::kPrintable, is_time, "a time such as 240429-153012"},
-    {"ver", Bytes::kPrintable, [](std::string_view value) { return value == "01"; }, "01"},
+    {"buildTime", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
+    {"buildType", false, is_build_type, "user, userdebug, eng or user_root"},
+    {"countrySha", false, is_sha, "64 characters of 0-9 and A-F"},
+    {"cpuID", true, is_chip_id, kChipIdForm},
+    {"deviceBrand", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
+    {"deviceModel", false, is_model, R"("MDF1" and at most 91 characters more)"},
+    {"featureCode", false, is_at_most<KELCHK_FEATURE_CODE_MAX>, "at most 127 characters"},
+    {"imei", true, is_at_most<255>, "at most 255 characters"},
+    {"phoneMac", true, is_at_most<127>, "at most 127 characters"},
+    {"psn", false, [](std::string_view value) { return value.size() == 16; }, "16 characters"},
+    {"time", false, is_time, "a time such as 240429-153012"},
+    {"ver", false, [](std::string_view value) { return value == "01"; }, "01"},
 };
 // clang-format on
 static_assert(std::equal(std::begin(kRules), std::end(kRules), std::begin(kRecordKeys), std::end(kRecordKeys),
                          [](const Rule& rule, const char* key) { return rule.key == key; }));
 
-std::string bytes_objection(const std::string& name, std::string_view value, Bytes allowed) {
-  const auto is_allowed = [allowed](char c) {
-    return (c >= 0x20 && c < 0x7F) || (allowed == Bytes::kPrintableAndBreaks && (c == '\n' || c == '\r'));
+std::string bytes_objection(const std::string& name, std::string_view value, bool may_have_breaks) {
+  const auto is_allowed = [=](char c) {
+    return (c >= 0x20 && c < 0x7F) || (may_have_breaks && (c == '\n' || c == '\r'));
   };
-  const auto found = std::find_if_not(value.begin(), value.end(), is_allowed);
+  const auto* const found = std::find_if_not(value.begin(), value.end(), is_allowed);
   if (found == value.end()) return "";
   return name + " has a byte at position " + std::to_string(found - value.begin() + 1) + " that is not printable ASCII";
 }
@@ -105,24 +102,14 @@ std::string challenge_objection(std::string_view text) {
     return "the challenge has " + std::to_string(text.size()) + " characters; 1 to " +
            std::to_string(KELCHK_CHALLENGE_MAX) + " were expected";
   }
-  const auto found = std::find_if_not(text.begin(), text.end(), is_upper_hex);
+  const auto* const found = std::find_if_not(text.begin(), text.end(), is_upper_hex);
   if (found == text.end()) return "";
   return "character " + std::to_string(found - text.begin() + 1) + " of the challenge is none of 0-9 and A-F";
 }
 
 std::string chip_id_objection(std::string_view text) {
   if (!is_chip_id(text)) return std::string("the chip id must be ") + kChipIdForm;
-  return bytes_objection("the chip id", text, Bytes::kPrintableAndBreaks);
-}
-
-std::vector<std::string_view> split(std::string_view record) {
-  std::vector<std::string_view> fields;
-  for (size_t begin = 0; begin <= record.size();) {
-    const size_t end = std::min(record.find('&', begin), record.size());
-    fields.push_back(record.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return fields;
+  return bytes_objection("the chip id", text, true);
 }
 
 std::string field_objection(std::string_view field, const Rule& rule, size_t position) {
@@ -131,21 +118,23 @@ std::string field_objection(std::string_view field, const Rule& rule, size_t pos
   const std::string_view value = field.substr(key.size() + 1);
   if (value.empty()) return key + " has no value";
   if (!rule.holds(value)) return key + " must be " + rule.expected;
-  return bytes_objection(key, value, rule.bytes);
+  return bytes_objection(key, value, rule.may_have_breaks);
 }
 
 // An "&" inside a value makes one field more.
 std::string record_objection(std::string_view text) {
-  const std::vector<std::string_view> fields = split(text);
-  if (fields.size() != std::size(kRules)) {
-    return "the record has " + std::to_string(fields.size()) + " fields separated by \"&\"; " +
+  const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '&')) + 1;
+  if (count != std::size(kRules)) {
+    return "the record has " + std::to_string(count) + " fields separated by \"&\"; " +
            std::to_string(std::size(kRules)) + " were expected";
   }
-  for (size_t i = 0; i < fields.size(); ++i) {
-    std::string found = field_objection(fields[i], kRules[i], i + 1);
-    if (!found.empty()) return found;
+  std::string found;
+  for (size_t i = 0; i < count && found.empty(); ++i) {
+    const size_t end = std::min(text.find('&'), text.size());
+    found = field_objection(text.substr(0, end), kRules[i], i + 1);
+    text.remove_prefix(std::min(end + 1, text.size()));
   }
-  return "";
+  return found;
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <span>
 #include <utility>
-#include <vector>
 
 #include "common/file.h"
 #include "common/outcome.h"
@@ -26,11 +26,11 @@ using common::Error;
 constexpr int kRootDays = 20 * 365 + 5;
 constexpr int kSignerDays = 10 * 365 + 2;
 
-using Extensions = std::vector<std::pair<int, const char*>>;
+using Extensions = std::span<const std::pair<int, const char*>>;
 
-const Extensions kRootExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
-                                    {NID_key_usage, "critical,keyCertSign,cRLSign"},
-                                    {NID_subject_key_identifier, "hash"}};
+constexpr std::pair<int, const char*> kRootExtensions[] = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                                           {NID_key_usage, "critical,keyCertSign,cRLSign"},
+                                                           {NID_subject_key_identifier, "hash"}};
 
 // Also makes the certificate long enough under any name.
 constexpr char kSignerComment[] =
@@ -38,10 +38,10 @@ constexpr char kSignerComment[] =
     "record and the unique id of a chip. It must not sign anything else.";
 
 // No authority key id, because there is one root.
-const Extensions kSignerExtensions = {{NID_basic_constraints, "critical,CA:FALSE"},
-                                      {NID_key_usage, "critical,digitalSignature"},
-                                      {NID_subject_key_identifier, "hash"},
-                                      {NID_netscape_comment, kSignerComment}};
+constexpr std::pair<int, const char*> kSignerExtensions[] = {{NID_basic_constraints, "critical,CA:FALSE"},
+                                                             {NID_key_usage, "critical,digitalSignature"},
+                                                             {NID_subject_key_identifier, "hash"},
+                                                             {NID_netscape_comment, kSignerComment}};
 
 void set_random_serial(X509* certificate) {
   unsigned char bytes[8];
@@ -73,7 +73,7 @@ CertificateHandle make_certificate(EVP_PKEY* key, int days) {
   return certificate;
 }
 
-void issue(X509* certificate, X509* issuer, EVP_PKEY* issuer_key, const Extensions& extensions) {
+void issue(X509* certificate, X509* issuer, EVP_PKEY* issuer_key, Extensions extensions) {
   require(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)) == 1, "no issuer");
   for (const auto& [nid, value] : extensions) {
     X509V3_CTX context;
@@ -130,9 +130,7 @@ class NewFiles {
 };
 
 RequestHandle load_request(const std::string& path) {
-  const BioHandle stream = open_pem(path);
-  RequestHandle request(PEM_read_bio_X509_REQ(stream.get(), nullptr, no_passphrase, nullptr));
-  if (request == nullptr) throw Error(path + ": a certificate request in PEM was expected");
+  auto request = load_pem<RequestHandle>(path, PEM_read_bio_X509_REQ, "a certificate request in PEM");
   EVP_PKEY* const key = X509_REQ_get0_pubkey(request.get());
   require(key != nullptr, path + ": its key cannot be read");
   require_rsa_2048(key, path);
@@ -140,13 +138,18 @@ RequestHandle load_request(const std::string& path) {
   throw Error(path + ": the request is not signed by its own key");
 }
 
+KeyHandle key_of(const NewCertificate& wanted, X509_REQ* request) {
+  if (request != nullptr) return KeyHandle(X509_REQ_get_pubkey(request));
+  if (!wanted.key.empty()) return load_key(wanted.key);
+  KeyHandle key(EVP_RSA_gen(2048));
+  require(key != nullptr, "no key can be made");
+  return key;
+}
+
 }  // namespace
 
 CertificateHandle load_certificate(const std::string& path) {
-  const BioHandle stream = open_pem(path);
-  CertificateHandle certificate(PEM_read_bio_X509(stream.get(), nullptr, no_passphrase, nullptr));
-  if (certificate == nullptr) throw Error(path + ": a certificate in PEM was expected");
-  return certificate;
+  return load_pem<CertificateHandle>(path, PEM_read_bio_X509, "a certificate in PEM");
 }
 
 std::string certificate_text(X509* certificate, const std::string& path) {
@@ -167,34 +170,24 @@ void require_pair(EVP_PKEY* key, X509* certificate, const std::string& path) {
 
 void make_root(const NewCertificate& wanted) {
   const NewFiles files(wanted, "root", wanted.key.empty());
-  const KeyHandle key = wanted.key.empty() ? make_key() : load_key(wanted.key);
+  const KeyHandle key = key_of(wanted, nullptr);
   const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kRootDays));
   set_name(certificate.get(), wanted.name.value_or("Provisioning root"));
   issue(certificate.get(), certificate.get(), key.get(), kRootExtensions);
   files.write(key.get(), certificate.get());
 }
 
-void make_signer(const NewCertificate& wanted, const std::string& root_path, const std::string& root_key_name,
-                 const std::string& request_path) {
-  const CertificateHandle root = load_certificate(root_path);
-  const KeyHandle root_key = load_key(root_key_name);
-  require_pair(root_key.get(), root.get(), root_path);
-  const RequestHandle request = request_path.empty() ? nullptr : load_request(request_path);
-  const bool is_new_key = wanted.key.empty() && request == nullptr;
-  const NewFiles files(wanted, "signer", is_new_key);
-  KeyHandle key;
-  if (request == nullptr) {
-    key = is_new_key ? make_key() : load_key(wanted.key);
-  } else {
-    key.reset(X509_REQ_get_pubkey(request.get()));
-  }
-
+void make_signer(const NewCertificate& wanted) {
+  const CertificateHandle root = load_certificate(wanted.root);
+  const KeyHandle root_key = load_key(wanted.root_key);
+  require_pair(root_key.get(), root.get(), wanted.root);
+  const RequestHandle request = wanted.request.empty() ? nullptr : load_request(wanted.request);
+  const NewFiles files(wanted, "signer", wanted.key.empty() && request == nullptr);
+  const KeyHandle key = key_of(wanted, request.get());
   const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kSignerDays));
-  if (request != nullptr && !wanted.name) {
-    require(X509_set_subject_name(certificate.get(), X509_REQ_get_subject_name(request.get())) == 1, "no subject");
-  } else {
-    set_name(certificate.get(), wanted.name.value_or("Provisioning signer"));
-  }
+  X509_NAME* const asked = request != nullptr && !wanted.name ? X509_REQ_get_subject_name(request.get()) : nullptr;
+  if (asked == nullptr) set_name(certificate.get(), wanted.name.value_or("Provisioning signer"));
+  require(asked == nullptr || X509_set_subject_name(certificate.get(), asked) == 1, "no subject");
   // A phone would take it for a self-signed certificate.
   if (X509_NAME_cmp(X509_get_subject_name(certificate.get()), X509_get_subject_name(root.get())) == 0) {
     throw Error("the signer needs another name than the root: --name");

@@ -23,6 +23,11 @@ struct NewCertificate {
   std::optional<std::string> name;  // the common name
   std::optional<int> days;
   std::string key;  // an existing key; empty makes one, in a file beside the certificate
+
+  // Of a signer alone.
+  std::string root;      // the root's certificate
+  std::string root_key;  // the root's key
+  std::string request;   // takes the place of a key: a certificate request in PEM, which also has a name
 };
 
 // Both throw common::Error when a file that they would write exists.
@@ -30,10 +35,8 @@ struct NewCertificate {
 // Makes root.pem, a self-signed CA certificate as a build of the library takes it.
 void make_root(const NewCertificate& wanted);
 
-// Makes signer.pem: issued by the root, and as long as a phone wants it. |request| is the path of a certificate request
-// in PEM that takes the place of a key, of which only the public key and, without a name in |wanted|, the subject
-// count.
-void make_signer(const NewCertificate& wanted, const std::string& root_path, const std::string& root_key,
-                 const std::string& request);
+// Makes signer.pem, issued by the root and as long as a phone wants it. Of a request, only the public key and, without
+// a name in |wanted|, the subject count.
+void make_signer(const NewCertificate& wanted);
 
 }  // namespace kelsign

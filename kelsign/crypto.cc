@@ -5,7 +5,6 @@
 #include <openssl/err.h>
 
 #include "common/file.h"
-#include "common/outcome.h"
 
 namespace kelsign {
 
@@ -30,10 +29,6 @@ BioHandle open_pem(const std::string& path) {
   require(BIO_write(stream.get(), text.data(), static_cast<int>(text.size())) >= 0, path);
   OPENSSL_cleanse(text.data(), text.size());
   return stream;
-}
-
-int no_passphrase(char*, int, int, void*) {
-  return -1;
 }
 
 void require_rsa_2048(EVP_PKEY* key, const std::string& path) {

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/outcome.h"
+
 namespace kelsign {
 
 template <auto free>
@@ -43,7 +45,17 @@ void require(bool done, const std::string& what);
 BioHandle open_pem(const std::string& path);
 
 // There is nobody to ask for a passphrase.
-int no_passphrase(char* buffer, int capacity, int is_writing, void* data);
+inline int no_passphrase(char* /*buffer*/, int /*capacity*/, int /*is_writing*/, void* /*data*/) {
+  return -1;
+}
+
+// What |read|, a PEM reader of OpenSSL, makes of the file |path|. Throws common::Error, naming it, when it is nothing.
+template <typename Handle, typename Read>
+Handle load_pem(const std::string& path, Read read, const char* expected) {
+  Handle handle(read(open_pem(path).get(), nullptr, no_passphrase, nullptr));
+  if (handle == nullptr) throw common::Error(path + ": " + expected + " was expected");
+  return handle;
+}
 
 // Throws common::Error, naming |path|, unless |key| is one that a phone accepts.
 void require_rsa_2048(EVP_PKEY* key, const std::string& path);

@@ -56,8 +56,8 @@ bool is_uri(std::string_view name) {
 }
 
 size_t find_pin_value(std::string_view text, size_t from = 0) {
-  const auto found = std::search(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), kPinValue.begin(),
-                                 kPinValue.end(), [](char a, char b) { return (a | 0x20) == (b | 0x20); });
+  const auto is_same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
+  const auto* const found = std::search(text.begin() + from, text.end(), kPinValue.begin(), kPinValue.end(), is_same);
   return found == text.end() ? std::string_view::npos : static_cast<size_t>(found - text.begin());
 }
 
@@ -116,6 +116,7 @@ void ask_pin(const Uri& uri, Pin& pin) {
                 ": no PIN: name its file by pin-source in the URI or set KELSIGN_PIN, as there is no terminal");
   }
   pin.text.resize(kMaxPinLen + 1);
+  UI_set_default_method(UI_OpenSSL());
   const std::string prompt = fmt::format("PIN of {}: ", common::escape(uri.key));
   if (EVP_read_pw_string(pin.text.data(), static_cast<int>(pin.text.size()), prompt.c_str(), 0) != 0) {
     throw Error(uri.key + ": no PIN was entered");
@@ -165,7 +166,8 @@ KeyHandle load_from_module(const Uri& uri) {
   read_pin(uri, pin);
   // The key keeps the engine.
   const RunningEngine engine = start_engine(uri, pin);
-  KeyHandle key(ENGINE_load_private_key(engine.get(), uri.key.c_str(), const_cast<UI_METHOD*>(UI_null()), nullptr));
+  UI_set_default_method(UI_null());  // the engine must not ask for another PIN
+  KeyHandle key(ENGINE_load_private_key(engine.get(), uri.key.c_str(), nullptr, nullptr));
   if (key == nullptr) throw_missing_key(uri);
   require_rsa_2048(key.get(), uri.key);
   return key;
@@ -175,9 +177,7 @@ KeyHandle load_from_module(const Uri& uri) {
 
 KeyHandle load_key(const std::string& name) {
   if (is_uri(name)) return load_from_module(parse_uri(name));
-  const BioHandle stream = open_pem(name);
-  KeyHandle key(PEM_read_bio_PrivateKey(stream.get(), nullptr, no_passphrase, nullptr));
-  if (key == nullptr) throw Error(name + ": a private key in PEM, without a passphrase, was expected");
+  auto key = load_pem<KeyHandle>(name, PEM_read_bio_PrivateKey, "a private key in PEM, without a passphrase,");
   require_rsa_2048(key.get(), name);
   return key;
 }
@@ -193,12 +193,6 @@ std::string without_pins(std::string message) {
     message.replace(at, std::min(message.find_first_of(";?& ", at), message.size()) - at, "...");
   }
   return message;
-}
-
-KeyHandle make_key() {
-  KeyHandle key(EVP_RSA_gen(2048));
-  require(key != nullptr, "no key can be made");
-  return key;
 }
 
 }  // namespace kelsign

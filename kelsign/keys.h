@@ -18,7 +18,4 @@ std::string key_name_fault(const std::string& name);
 // |message| without the value of any "pin-value" in it.
 std::string without_pins(std::string message);
 
-// A new RSA-2048 key.
-KeyHandle make_key();
-
 }  // namespace kelsign

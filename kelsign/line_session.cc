@@ -12,7 +12,6 @@
 namespace kelsign {
 namespace {
 
-using common::Error;
 using common::Refusal;
 using common::TextKind;
 
@@ -37,8 +36,8 @@ std::set<std::string, std::less<>> read_list(const std::string& path) {
 
 }  // namespace
 
-LineSession::LineSession(const Signer& signer, const SessionLimits& limits, common::Journal journal)
-    : signer_(signer), limits_(limits), journal_(std::move(journal)) {
+LineSession::LineSession(const Signer& signer, SessionLimits limits, common::Journal journal)
+    : signer_(signer), limits_(std::move(limits)), journal_(std::move(journal)) {
   if (!limits_.chip_ids_path.empty()) chip_ids_ = read_list(limits_.chip_ids_path);
 }
 
@@ -79,7 +78,7 @@ std::string LineSession::answer(const common::Request& request) const {
   record(request, "signed");
   try {
     return common::ok_line(signer_.signed_record(message));
-  } catch (const Error& error) {
+  } catch (const common::Error& error) {
     record(request, "failed", error.what());
     throw;
   }

@@ -21,13 +21,13 @@ struct SessionLimits {
 class LineSession {
  public:
   // Throws common::Error when the list of chip ids cannot be read.
-  LineSession(const Signer& signer, const SessionLimits& limits, common::Journal journal);
+  LineSession(const Signer& signer, SessionLimits limits, common::Journal journal);
 
   // The answer line to |request|, which is in the journal by then. Throws common::Refusal when it is not signed.
-  std::string answer(const common::Request& request) const;
+  [[nodiscard]] std::string answer(const common::Request& request) const;
 
  private:
-  std::string message_of(const common::Request& request) const;
+  [[nodiscard]] std::string message_of(const common::Request& request) const;
   void record(const common::Request& request, std::string_view outcome, const std::string& reason = "") const;
 
   const Signer& signer_;

@@ -47,7 +47,7 @@ a text is written \n, a carriage return \r and a backslash \\. A line has at mos
 
 struct Options {
   NewCertificate wanted;
-  std::string root, root_key, request, key, certificate, kind, journal, allowed;
+  std::string key, certificate, kind, journal, allowed;
   std::optional<std::string> text;
   bool as_record = false;
   SessionLimits limits;
@@ -58,15 +58,10 @@ std::string check_feature_code(const std::string& code) {
   return usable ? "" : fmt::format("1 to {} characters without \"&\" were expected", KELCHK_FEATURE_CODE_MAX);
 }
 
-std::string text_on_standard_input() {
-  std::string text = common::read_file("-", common::kMaxLineLen);
-  if (text.ends_with('\n')) text.pop_back();
-  return text;
-}
-
 void sign(const Options& options) {
   const Signer signer(options.key, options.certificate);
-  const std::string text = options.text ? *options.text : text_on_standard_input();
+  std::string text = options.text ? *options.text : common::read_file("-", common::kMaxLineLen);
+  if (!options.text && text.ends_with('\n')) text.pop_back();
   const std::string message = common::message_to_sign(kind_of(options.kind), text);
   // A signed record is what a phone imports, and a line break would become part of its signature.
   common::print(options.as_record ? signer.signed_record(message) : signer.sign(message) + "\n");
@@ -138,15 +133,14 @@ class CommandLine {
   }
 
   void add_signer() {
-    CLI::App& signer = add("signer", "Make a signer: DIR/signer.key and DIR/signer.pem", [this] {
-      make_signer(options_.wanted, options_.root, options_.root_key, options_.request);
-    });
+    CLI::App& signer =
+        add("signer", "Make a signer: DIR/signer.key and DIR/signer.pem", [this] { make_signer(options_.wanted); });
     add_wanted(signer, "Provisioning signer");
-    add(signer, "--root", options_.root, "ROOT", "The root certificate, PEM")->required();
-    add_key(signer, "--root-key", options_.root_key, "The root's private key")->required();
+    add(signer, "--root", options_.wanted.root, "ROOT", "The root certificate, PEM")->required();
+    add_key(signer, "--root-key", options_.wanted.root_key, "The root's private key")->required();
     CLI::Option* const key =
         add_key(signer, "--key", options_.wanted.key, "Use this private key; no key file is written");
-    add(signer, "--csr", options_.request, "FILE", "Use the key and the name of this certificate request, PEM")
+    add(signer, "--csr", options_.wanted.request, "FILE", "Use the key and the name of this certificate request, PEM")
         ->excludes(key);
   }
 
