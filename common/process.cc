@@ -99,7 +99,7 @@ bool send(int fd, std::string_view text, Clock::time_point deadline) {
     const ssize_t count = ::write(fd, text.data(), text.size());
     if (count >= 0) {
       text.remove_prefix(static_cast<size_t>(count));
-    } else if (errno != EAGAIN) {
+    } else if (errno != EAGAIN && errno != EINTR) {
       return true;
     } else if (!is_ready(fd, POLLOUT, deadline)) {
       return false;
@@ -151,6 +151,7 @@ std::string Process::ask(std::string_view line, std::chrono::seconds timeout) {
     if (!is_ready(out_.get(), POLLIN, deadline)) throw SessionError(late);
     char bytes[4096];
     const ssize_t count = ::read(out_.get(), bytes, sizeof bytes);
+    if (count < 0 && errno == EINTR) continue;
     if (count <= 0) throw SessionError(name_ + ": it ended before it answered");
     lines_.add({bytes, static_cast<size_t>(count)});
   }

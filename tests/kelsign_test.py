@@ -154,6 +154,15 @@ class KelsignTest(Case):
             result = subprocess.run([KELSIGN, "sign", "record", *KEY], stdin=zero, capture_output=True, check=False)
         self.assertEqual((result.returncode, b"16384 bytes" in result.stderr), (2, True))
 
+    def test_manual_and_completion_know_every_option(self):
+        with open(TOOLS + "../docs/kelsign.1", encoding="ascii") as manual, \
+                open(TOOLS + "../completions/kelsign", encoding="ascii") as completion:
+            texts = [manual.read().replace("\\-", "-"), completion.read()]
+        for command in [[], ["root"], ["signer"], ["sign"], ["line"]]:
+            for option in set(re.findall("--[a-z-]+", kelsign(*command, "--help")[1])):
+                for text in texts:
+                    self.assertRegex(text, option + r"\b(?!-)", command)
+
     def test_output_that_is_lost_is_an_error(self):
         for arguments in [["--help"], ["--version"], ["sign", "challenge", "A", *KEY], LINE]:
             with open("/dev/full", "w", encoding="ascii") as full:
