@@ -110,8 +110,12 @@ bool send(int fd, std::string_view text, Clock::time_point deadline) {
 
 }  // namespace
 
-// From the delegation on, the destructor cleans up what this constructor leaves behind.
+// The constructor that this one begins with leaves the cleaning up to the destructor, also when start() throws.
 Process::Process(std::string name, const std::vector<std::string>& command) : Process(std::move(name)) {
+  start(command);
+}
+
+void Process::start(const std::vector<std::string>& command) {
   std::vector<std::string> words = command;
   std::vector<char*> arguments(words.size() + 1, nullptr);
   std::transform(words.begin(), words.end(), arguments.begin(), [](std::string& word) { return word.data(); });

@@ -30,6 +30,7 @@ class Process {
 
  private:
   explicit Process(std::string name) : name_(std::move(name)) {}
+  void start(const std::vector<std::string>& command);
 
   std::string name_;
   pid_t guard_ = -1;  // the first process of the group, which ends the others
