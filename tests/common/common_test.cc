@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "common/escape.h"
@@ -145,7 +146,9 @@ TEST_F(CommonTest, JournalEndsAnUnfinishedLine) {
 bool is_gone(const std::string& process_id) {
   for (int waited = 0; waited < 300; ++waited) {
     if (::kill(std::stoi(process_id), 0) != 0) return true;
-    if (read_start("/proc/" + process_id + "/stat", 100).find(") Z") != std::string::npos) return true;
+    std::string status;
+    std::getline(std::ifstream("/proc/" + process_id + "/stat"), status);
+    if (status.find(") Z") != std::string::npos) return true;
     std::this_thread::sleep_for(10ms);
   }
   return false;
