@@ -85,3 +85,11 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   errno = saved_errno;
   return delivered ? 1 : -1;
 }
+
+// Not by way of the other, which a program may have replaced by one that calls this.
+int __android_log_write(int prio, const char* tag, const char* text) {
+  const int saved_errno = errno;
+  const bool delivered = deliver(prio, tag ? tag : "", text);
+  errno = saved_errno;
+  return delivered ? 1 : -1;
+}

@@ -32,3 +32,11 @@ int property_get(const char* key, char* value, const char* default_value) {
   value[text.copy(value, len)] = '\0';
   return static_cast<int>(len);
 }
+
+int property_set(const char* key, const char* value) {
+  const std::string_view name = key ? key : "";
+  if (name.empty() || (name.starts_with("ro.") && !find(name).empty())) return -1;
+  std::ofstream file(kPropertyFile, std::ios::app);
+  file << name << '=' << (value ? value : "") << std::endl;
+  return file ? 0 : -1;
+}

@@ -21,6 +21,9 @@ typedef enum android_LogPriority {
 /* Writes one message under |tag|. Returns 1 when the message was written and a negative number otherwise. */
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
+/* The same for a text that is no format. */
+int __android_log_write(int prio, const char* tag, const char* text);
+
 #ifdef __cplusplus
 }
 #endif

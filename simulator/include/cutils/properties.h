@@ -14,6 +14,9 @@ extern "C" {
  */
 int property_get(const char* key, char* value, const char* default_value);
 
+/* Sets the property |key|. Returns 0, or -1 when it cannot: a name that begins with "ro." can be set once. */
+int property_set(const char* key, const char* value);
+
 #ifdef __cplusplus
 }
 #endif
