@@ -2,8 +2,9 @@
 //   unset or empty   to stderr, for people: "E kelchk: text"
 //   "none"           nowhere
 //   a file's path    appended to that file, for programs: "6 kelchk text"
-// In both forms a message is one line: "\" is written as "\\" and a line break as "\n". The form for people omits the
-// line break that ends most messages.
+// In both forms a message is one line and "\" is written as "\\". For people, every byte outside printable ASCII is
+// written as \xHH, and the line break that ends most messages is omitted. For programs, a line break is written as "\n"
+// and every other byte as it is.
 #include <android/log.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/escape.h"
 #include "common/fd.h"
 
 namespace {
@@ -49,7 +51,7 @@ std::string line_for_people(int prio, const char* tag, std::string_view text, bo
   if (text.ends_with('\n')) text.remove_suffix(1);
   std::string letter(1, kLetters[known]);
   if (colour) letter = std::string("\033[") + kColours[known] + "m" + letter + "\033[0m";
-  return letter + " " + tag + ": " + one_line(text) + "\n";
+  return letter + " " + common::escape(tag) + ": " + common::escape(text) + "\n";
 }
 
 // One write per line, so that the lines of several processes do not mix.

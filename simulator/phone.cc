@@ -1,25 +1,21 @@
 #include "simulator/phone.h"
 
-#include <cerrno>
+#include <unistd.h>
+
 #include <charconv>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
+
+#include "simulator/property_file.h"
 
 namespace phone {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kPropertyFile[] = "system/build.prop";
-
-void write_file(const fs::path& path, std::string_view content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content << std::flush;
-  if (!file) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
-}
+constexpr char kMarker[] = ".kelchk-simulated-phone";
+constexpr size_t kMaxLibraryLen = size_t{64} << 20;
+constexpr uid_t kSystemUser = 1000;  // "system", the user and group of a phone's own services
 
 // |size| bytes: |content| at |offset|, and zeros around it.
 std::string partition_image(size_t size, size_t offset, std::string_view content) {
@@ -106,68 +102,78 @@ Identity unisoc_identity(int serial) {
   return identity;
 }
 
-void refuse_foreign(const fs::path& root) {
-  if (!fs::exists(root)) return;
-  if (fs::equivalent(root, "/")) {
-    if (is_sandbox()) return;
-    throw std::runtime_error(root.string() + " is this machine's own root: start the program with \"phone scratch\"");
-  }
-  if (fs::is_empty(root) || fs::exists(root / kPropertyFile)) return;
-  throw std::runtime_error(root.string() + " holds other files and no phone (no " + kPropertyFile + "): not touched");
+void require_name(const fs::path& root) {
+  if (root.empty()) throw std::invalid_argument("the name of the phone's folder is empty");
 }
 
-// A program in the sandbox may take its owner's rights away from a folder; outside, an ordinary user needs them back.
-void remove_tree(const fs::path& path) {  // NOLINT(misc-no-recursion): as deep as the folders are
-  if (fs::is_directory(fs::symlink_status(path))) {
-    fs::permissions(path, fs::perms::owner_all, fs::perm_options::add);
-    for (const fs::directory_entry& entry : fs::directory_iterator(path)) remove_tree(entry.path());
+bool has_marker(const FileTree& phone) {
+  return phone.has_file(kMarker) || (fs::equivalent(phone.root(), "/") && is_sandbox());
+}
+
+// Only a folder that is empty, and so has nothing to lose, becomes a new phone.
+void claim(const FileTree& phone) {
+  if (has_marker(phone)) return;
+  if (fs::equivalent(phone.root(), "/")) {
+    throw std::runtime_error("/ is this machine's own root: start the program with \"phone scratch\"");
   }
-  fs::remove(path);
+  if (!phone.is_empty()) {
+    throw std::runtime_error(phone.root().string() + " holds other files and no phone (no " + kMarker +
+                             "): nothing was changed");
+  }
+  phone.write(kMarker, "A simulated phone: \"phone make\" may remove what its folders hold.\n");
 }
 
 // Keeps the folders themselves, which may be mount points in a sandbox.
-void empty_own_folders(const fs::path& root) {
-  for (const std::string name : kOwnFolders) {
-    const fs::path folder = root / name;
-    if (!fs::is_directory(fs::symlink_status(folder))) fs::remove(folder);
-    fs::create_directories(folder);
+void empty_own_folders(const FileTree& phone) {
+  for (const fs::path name : kOwnFolders) {
+    if (!fs::is_directory(fs::symlink_status(phone.root() / name))) phone.remove(name);
+    phone.make_folder(name);
     if (name == "proc") continue;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) remove_tree(entry.path());
+    phone.remove_content(name);
+    phone.set_access(name, 0, 0, 0755);
   }
-  fs::remove_all(root / "proc/rid");
+  phone.remove("proc/rid");
 }
 
-void make_common(const fs::path& root, const Identity& identity) {
+// What the phone's services write belongs to them: root has no right to override there.
+void give_to_system(const FileTree& phone) {
+  for (const char* folder : {"kelofs", "mnt/vendor/persist", "mnt/vendor/productinfo"}) {
+    phone.make_folder(folder);
+    phone.set_access(folder, kSystemUser, kSystemUser, 0770);
+  }
+  phone.set_access(fs::path(kPropertyFile).parent_path(), 0, kSystemUser, 0775);
+  if (::geteuid() == 0) phone.set_access("", 0, 0, 0755);
+}
+
+void make_common(const FileTree& phone, const Identity& identity) {
   std::string properties = "# The properties of this phone. Every query reads this file.\n";
-  for (const auto& [name, value] : identity.properties) properties.append(name).append("=").append(value).append("\n");
-  write_file(root / kPropertyFile, properties);
-  for (const char* name : kDevices) fs::create_symlink(fs::path("/run/dev") / name, root / "dev" / name);
-  for (const char* parent : {"mnt/vendor/persist", "mnt/vendor/productinfo"}) fs::create_directories(root / parent);
+  for (const auto& [name, value] : identity.properties) properties += property_line(name, value);
+  phone.write(kPropertyFile, properties);
+  for (const char* name : kDevices) phone.make_link(fs::path("dev") / name, fs::path("/run/dev") / name);
 }
 
-void install_library(const fs::path& library, const fs::path& folder) {
-  fs::create_directories(folder);
-  fs::copy_file(library, folder / library.filename());
+void install_library(const FileTree& phone, const fs::path& library, const fs::path& folder) {
+  phone.write(folder / library.filename(), FileTree(library.parent_path()).read(library.filename(), kMaxLibraryLen));
 }
 
-void make_mediatek(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
-  write_file(root / "proc/rid", identity.rid);
+void make_mediatek(const FileTree& phone, const Identity& identity, const fs::path& vendor_libraries) {
+  phone.write("proc/rid", identity.rid);
   std::string proinfo = partition_image(4096, 0, identity.psn);
-  write_file(root / "dev/block/by-name/proinfo", proinfo.replace(64, 8, swapped_bcd(identity.imei)));
-  write_file(root / "mnt/vendor/nvdata/APCFG/APRDEB/WIFI", partition_image(512, 4, bytes_from_hex(identity.mac)));
-  write_file(root / "vendor/nvdata/APCFG/APRDEB/ANTI_CS", partition_image(2048, 0, identity.country));
-  install_library(vendor_libraries / "libnvram.so", root / "vendor/lib64");
+  phone.write("dev/block/by-name/proinfo", proinfo.replace(64, 8, swapped_bcd(identity.imei)));
+  phone.write("mnt/vendor/nvdata/APCFG/APRDEB/WIFI", partition_image(512, 4, bytes_from_hex(identity.mac)));
+  phone.write("vendor/nvdata/APCFG/APRDEB/ANTI_CS", partition_image(2048, 0, identity.country));
+  install_library(phone, vendor_libraries / "libnvram.so", "vendor/lib64");
 }
 
-void make_unisoc(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
-  write_file(root / "sys/kelonix/hwinfo/chip_uid", identity.rid);
-  write_file(root / "dev/block/by-name/miscdata", partition_image(4096, 4, identity.psn));
-  write_file(root / "mnt/vendor/wifimac.txt", with_colons(identity.mac));
-  write_file(root / "mnt/vendor/productinfo/finstatus/finstatus.prop", identity.country);
-  write_file(root / "vendor/modem/imei", identity.imei);
-  write_file(root / "vendor/efuse/secure", std::to_string(identity.efuse) + "\n");
-  install_library(vendor_libraries / "libatci.so", root / "vendor/lib");
-  install_library(vendor_libraries / "libefuse.so", root / "vendor/lib");
+void make_unisoc(const FileTree& phone, const Identity& identity, const fs::path& vendor_libraries) {
+  phone.write("sys/kelonix/hwinfo/chip_uid", identity.rid);
+  phone.write("dev/block/by-name/miscdata", partition_image(4096, 4, identity.psn));
+  phone.write("mnt/vendor/wifimac.txt", with_colons(identity.mac));
+  phone.write("mnt/vendor/productinfo/finstatus/finstatus.prop", identity.country);
+  phone.write("vendor/modem/imei", identity.imei);
+  phone.write("vendor/efuse/secure", std::to_string(identity.efuse) + "\n");
+  install_library(phone, vendor_libraries / "libatci.so", "vendor/lib");
+  install_library(phone, vendor_libraries / "libefuse.so", "vendor/lib");
 }
 
 }  // namespace
@@ -202,24 +208,29 @@ std::string bytes_from_hex(std::string_view hex) {
 }
 
 void make(const fs::path& root, const Identity& identity, const fs::path& vendor_libraries) {
-  refuse_foreign(root);
-  empty_own_folders(root);
-  make_common(root, identity);
+  require_name(root);
+  fs::create_directories(root);
+  const FileTree phone(root);
+  claim(phone);
+  empty_own_folders(phone);
+  make_common(phone, identity);
   const auto make_family = identity.chip == Chip::kMediaTek ? make_mediatek : make_unisoc;
-  make_family(root, identity, vendor_libraries);
+  make_family(phone, identity, vendor_libraries);
+  give_to_system(phone);
+}
+
+FileTree open(const fs::path& root) {
+  require_name(root);
+  FileTree phone(root);
+  if (!has_marker(phone)) {
+    throw std::runtime_error(root.string() + " is no phone (no " + kMarker + "): make one with \"phone make\"");
+  }
+  return phone;
 }
 
 void set_property(const fs::path& root, const std::string& name, const std::string& value) {
-  const fs::path path = root / kPropertyFile;
-  std::ifstream file(path);
-  if (!file) throw std::runtime_error("no phone in " + root.string() + ": cannot read its " + kPropertyFile);
-
-  std::string kept;
-  for (std::string line; std::getline(file, line);) {
-    if (!line.starts_with(name + "=")) kept += line + "\n";
-  }
-  if (!value.empty()) kept += name + "=" + value + "\n";
-  write_file(path, kept);
+  const FileTree phone = open(root);
+  PropertyFile(phone).set(name, value);
 }
 
 }  // namespace phone

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/file_tree.h"
+
 namespace phone {
 
 enum class Chip { kMediaTek, kUnisoc };
@@ -38,14 +40,18 @@ std::string bytes_from_hex(std::string_view hex);
 
 // Makes |root| exactly this phone: every file that the library may read, the parents of the store directories, and the
 // vendor libraries copied from |vendor_libraries|. Whatever else the phone's own folders hold is removed first, so
-// |root| must be missing, empty or a phone already, and "/" only inside the sandbox: a mistyped path costs nothing.
-// Throws when that or any step fails.
+// |root| must be missing, empty or a phone already, which has a marker file, and "/" only inside the sandbox: a
+// mistyped path costs nothing. Run by root, the store folders belong to the user and group "system", as on a phone.
+// Throws when a step fails.
 void make(const std::filesystem::path& root, const Identity& identity, const std::filesystem::path& vendor_libraries);
+
+// The files of an existing phone. Throws when |root| is none.
+FileTree open(const std::filesystem::path& root);
 
 // Whether this process runs inside a simulated phone.
 bool is_sandbox();
 
-// Sets one property of an existing phone; an empty value removes it. Throws when the phone has no property file.
+// Sets one property of an existing phone; an empty value removes it. Throws when that fails.
 void set_property(const std::filesystem::path& root, const std::string& name, const std::string& value);
 
 }  // namespace phone

@@ -9,12 +9,14 @@
 #include <utility>
 #include <vector>
 
+#include "common/escape.h"
 #include "simulator/phone.h"
 #include "simulator/sandbox.h"
 
 namespace {
 
-constexpr int kToolFailed = 125;  // no exit code of a usual command
+constexpr int kFailed = 2;
+constexpr int kNotRun = 125;  // no exit code of a usual command
 
 using OptionalText = std::optional<std::string>;
 
@@ -54,7 +56,7 @@ phone::Identity identity_of(const PhoneRequest& request) {
 
 void add_make(CLI::App& app, PhoneRequest& request) {
   CLI::App* make = app.add_subcommand("make", "Make the folder DIR a phone, of plain files");
-  make->add_option("DIR", request.folder, "Missing, empty or a phone already")->required();
+  make->add_option("DIR", request.folder, "Missing, empty or made by this command before")->required();
   make->add_option("--chip", request.chip, "Chip family")->required()->check(CLI::IsMember({"mediatek", "unisoc"}));
   make->add_option("--serial", request.serial, "Distinguishes phones of a family")->check(CLI::Range(0, 999999));
   make->add_option("--rid", request.rid, "Chip id: hexadecimal on mediatek, the text itself on unisoc");
@@ -85,40 +87,71 @@ CLI::App* add_running(CLI::App& app, phone::Run& request, const char* name, cons
   running->add_option("--bind", request.binds, "Also show this file or folder inside")->allow_extra_args(false);
   running->add_option("--clock", request.clock,
                       R"(The time inside: "2030-01-01 12:00:00" stands still, "@2030-01-01 12:00:00" runs)");
+  running->add_flag_callback(
+      "--no-override", [&request] { request.has_override = false; },
+      "Drop CAP_DAC_OVERRIDE: the rights of files apply to root too");
   running->footer(
-      R"(After "--": the command and its arguments. The command's folder and the current one are shown inside.)"
+      R"(After "--": the command and its arguments. Shown inside: the command's folder, the "lib" beside it, the current folder.)"
       "\nThe exit code is the command's, 128+N after signal N, or 125 when it could not be started.");
   return running;
 }
 
-int run_tool(int argc, char** argv) {
+struct Tool {
   PhoneRequest request;
   phone::Run run;
-  CLI::App app("Simulated phones, for trying programs that read fixed paths of a phone", "phone");
-  app.require_subcommand(1);
-  add_make(app, request);
-  add_set(app, request);
+  std::string root;  // of run
+  CLI::App app = CLI::App("Simulated phones, for trying programs that read fixed paths of a phone", "phone");
   CLI::App* running = add_running(app, run, "run", "Run a command with the phone DIR as its root");
-  running->add_option("DIR", run.root)->required();
   CLI::App* scratch = add_running(app, run, "scratch", "Run a command in an empty phone, removed afterwards");
 
+  Tool() {
+    app.require_subcommand(1);
+    add_make(app, request);
+    add_set(app, request);
+    running->add_option("DIR", root)->required();
+  }
+
+  [[nodiscard]] bool runs_command() const { return running->parsed() || scratch->parsed(); }
+};
+
+// Help is a result: it is lost when standard output does not take it.
+int show_help(const Tool& tool, const CLI::ParseError& error) {
+  tool.app.exit(error);
+  if (!std::cout.flush()) throw std::runtime_error("standard output cannot be written");
+  return 0;
+}
+
+int run_tool(Tool& tool, int argc, char** argv) {
   // What follows "--" is the command's, whatever it looks like.
   char** const arguments_end = argv + argc;
   char** const own_end = std::find(argv, arguments_end, std::string("--"));
-  if (own_end != arguments_end) run.command.assign(own_end + 1, arguments_end);
+  if (own_end != arguments_end) tool.run.command.assign(own_end + 1, arguments_end);
   try {
-    app.parse(static_cast<int>(own_end - argv), argv);
+    tool.app.parse(static_cast<int>(own_end - argv), argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kToolFailed;
+    if (error.get_exit_code() == 0) return show_help(tool, error);
+    throw std::invalid_argument(std::string(error.what()) + " (see phone --help)");
   }
-  if (!running->parsed() && !scratch->parsed()) return 0;
-  if (run.command.empty()) throw std::invalid_argument("no command: give it after \"--\"");
-  return phone::run(run);
+  if (!tool.runs_command()) return 0;
+  if (tool.run.command.empty()) throw std::invalid_argument("no command: give it after \"--\"");
+  if (tool.running->parsed()) tool.run.root = tool.root;
+  return phone::run(tool.run);
 }
 
 }  // namespace
 
-int main(int argc, char** argv) try { return run_tool(argc, argv); } catch (const std::exception& error) {
-  std::cerr << "phone: " << error.what() << "\n";
-  return kToolFailed;
+int main(int argc, char** argv) {
+  int failed = kFailed;
+  try {
+    Tool tool;
+    try {
+      return run_tool(tool, argc, argv);
+    } catch (...) {
+      if (tool.runs_command()) failed = kNotRun;
+      throw;
+    }
+  } catch (const std::exception& error) {
+    std::cerr << "phone: " << common::escape(error.what()) << "\n";
+    return failed;
+  }
 }

@@ -1,20 +1,22 @@
-// libcutils.so of the simulated phone: its properties are the lines "key=value" of one file, where "#" begins a comment
-// line. Every query reads the file, so that a property can be changed while a program runs.
+// libcutils.so of the simulated phone. Every query reads the phone's property file, so that a property can be changed
+// while a program runs.
 #include <cutils/properties.h>
 
 #include <algorithm>
+#include <exception>
 #include <fstream>
 #include <string>
 #include <string_view>
 
+#include "simulator/property_file.h"
+
 namespace {
 
-constexpr char kPropertyFile[] = "/system/build.prop";
 constexpr size_t kMaxValueLen = PROPERTY_VALUE_MAX - 1;
 
-// As on a phone, the first of several lines for one key counts.
+// The first of several lines for one key counts, as on a phone.
 std::string find_value(std::string_view key) {
-  std::ifstream file(kPropertyFile);
+  std::ifstream file(std::string("/") + phone::kPropertyFile);
   for (std::string line; std::getline(file, line);) {
     const size_t equals = line.find('=');
     if (line.starts_with('#') || equals == std::string::npos) continue;
@@ -33,10 +35,17 @@ int property_get(const char* key, char* value, const char* default_value) {
   return static_cast<int>(len);
 }
 
-int property_set(const char* key, const char* value) {
-  const std::string_view name = key ? key : "";
-  if (name.empty() || (name.starts_with("ro.") && !find(name).empty())) return -1;
-  std::ofstream file(kPropertyFile, std::ios::app);
-  file << name << '=' << (value ? value : "") << std::endl;
-  return file ? 0 : -1;
+int property_set(const char* key, const char* value) try {
+  const std::string name = key != nullptr ? key : "";
+  const std::string text = value != nullptr ? value : "";
+  const bool is_read_only = name.starts_with("ro.");
+  if (!is_read_only && text.size() > kMaxValueLen) return -1;
+
+  const phone::FileTree phone("/");
+  phone::PropertyFile file(phone);
+  if (is_read_only && file.has(name)) return -1;
+  file.set(name, text);
+  return 0;
+} catch (const std::exception&) {
+  return -1;
 }

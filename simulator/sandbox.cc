@@ -8,12 +8,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <initializer_list>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
@@ -26,25 +28,67 @@ namespace {
 namespace fs = std::filesystem;
 using common::Fd;
 
-// Options of bubblewrap, which processes them in order, in the form of its --args: each ends in a NUL.
+// What programs of a phone use: access whatever the rights say, change owners and rights, become another user, and end
+// other users' processes.
+constexpr const char* kOverride = "CAP_DAC_OVERRIDE";
+constexpr std::array kCapabilities = {"CAP_CHOWN", "CAP_FOWNER", "CAP_KILL", "CAP_SETGID", "CAP_SETUID"};
+
+// Options of bubblewrap, which processes them in order, in the form of its --args: each ends in a NUL. bubblewrap makes
+// what it mounts on, and would follow a link in the phone out of it: no destination may lead through one.
 class BwrapOptions {
  public:
-  explicit BwrapOptions(const fs::path& root) : root_(root) {}
+  explicit BwrapOptions(const std::optional<fs::path>& root) {
+    if (root) phone_.emplace(open(*root));
+  }
 
   void add(std::initializer_list<std::string> words) {
     for (const std::string& option : words) text_.append(option).push_back('\0');
   }
 
+  void add_root() {
+    if (phone_)
+      add({"--bind", fs::absolute(phone_->root()).string(), "/"});
+    else
+      add({"--tmpfs", "/"});
+  }
+
+  // A mount without a source, such as --tmpfs.
+  void add_mount(const char* kind, const std::string& destination) {
+    require_no_links(destination);
+    add({kind, destination});
+  }
+
+  // |kind| of bind, from this machine's |path| to the same path inside.
+  void add_bind(const char* kind, const std::string& path) {
+    require_no_links(path);
+    add_parents(path);
+    add({kind, path, path});
+  }
+
   // bubblewrap fails on a link that exists already, from an earlier run or made by hand.
-  void add_link(const std::string& path, const std::string& target) {
-    const bool exists = !root_.empty() && fs::exists(fs::symlink_status(root_ / fs::path(path).relative_path()));
-    if (!exists) add({"--symlink", target, path});
+  void add_link(const fs::path& path, const std::string& target) {
+    require_no_links(path.parent_path());
+    const bool exists = phone_ && fs::exists(fs::symlink_status(phone_->root() / path.relative_path()));
+    if (!exists) add({"--symlink", target, path.string()});
   }
 
   [[nodiscard]] const std::string& text() const { return text_; }
 
  private:
-  const fs::path& root_;
+  // Every user of the phone may go through them; bubblewrap's own choice is root alone.
+  void add_parents(const fs::path& path) {
+    fs::path parent = "/";
+    for (const fs::path& name : path.parent_path().relative_path()) {
+      parent /= name;
+      add({"--perms", "0755", "--dir", parent.string()});
+    }
+  }
+
+  void require_no_links(const fs::path& destination) const {
+    if (phone_) phone_->require_no_links(destination.relative_path());
+  }
+
+  std::optional<FileTree> phone_;
   std::string text_;
 };
 
@@ -63,22 +107,32 @@ bool can_show(const fs::path& path) {
   return !first.empty() && std::find(kOwnFolders.begin(), kOwnFolders.end(), first) == kOwnFolders.end();
 }
 
+void add_user(BwrapOptions& options, const Run& request) {
+  if (::geteuid() != 0) options.add({"--unshare-user", "--uid", "0", "--gid", "0"});
+  options.add({"--cap-drop", "ALL"});
+  for (const char* capability : kCapabilities) options.add({"--cap-add", capability});
+  if (request.has_override) options.add({"--cap-add", kOverride});
+}
+
 void add_system(BwrapOptions& options) {
-  options.add({"--ro-bind", "/usr", "/usr", "--dir", "/etc"});
+  options.add_bind("--ro-bind", "/usr");
+  options.add_mount("--dir", "/etc");
   for (const char* path : {"/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32"}) {
     if (fs::is_symlink(path))
       options.add_link(path, fs::read_symlink(path).string());
     else if (fs::is_directory(path))
-      options.add({"--ro-bind", path, path});
+      options.add_bind("--ro-bind", path);
   }
   for (const char* path : {"/etc/ld.so.cache", "/etc/alternatives", "/etc/localtime"}) {
-    options.add({"--ro-bind-try", path, path});
+    options.add_bind("--ro-bind-try", path);
   }
 }
 
 // The phone has its own /proc and /dev, with links to the real entries that programs and sanitizers need.
-void add_kernel(BwrapOptions& options, const Run& request) {
-  options.add({"--tmpfs", "/run", "--proc", "/run/proc", "--dev", "/run/dev", "--dir", "/proc"});
+void add_kernel(BwrapOptions& options, bool has_devices) {
+  options.add_mount("--tmpfs", "/run");
+  options.add({"--proc", "/run/proc", "--dev", "/run/dev"});
+  options.add_mount("--dir", "/proc");
   for (const std::string name : {"self", "thread-self", "meminfo", "cpuinfo", "sys"}) {
     options.add_link("/proc/" + name, "/run/proc/" + name);
   }
@@ -86,7 +140,7 @@ void add_kernel(BwrapOptions& options, const Run& request) {
   for (int number = 1; number <= 999; number++) {
     options.add_link("/proc/" + std::to_string(number), "/run/proc/" + std::to_string(number));
   }
-  if (!request.root.empty()) return;
+  if (has_devices) return;
   for (const std::string name : kDevices) options.add_link("/dev/" + name, "/run/dev/" + name);
 }
 
@@ -100,17 +154,28 @@ fs::path folder_of_command(const std::string& command) {
   return {};
 }
 
+fs::path lib_beside(const fs::path& folder) {
+  return folder.parent_path() / "lib";
+}
+
+// Shown when it exists, and is not shown already.
+void add_folder(BwrapOptions& options, const fs::path& folder) {
+  if (!folder.is_absolute() || !fs::is_directory(folder) || !can_show(folder)) return;
+  if (!is_below(fs::canonical(folder), "/usr")) options.add_bind("--bind", folder.string());
+}
+
 void add_binds(BwrapOptions& options, const Run& request) {
-  for (const fs::path& folder : {fs::read_symlink("/proc/self/exe").parent_path(),
-                                 folder_of_command(request.command.front()), fs::current_path()}) {
-    const bool shown_already = is_below(fs::weakly_canonical(folder), "/usr");
-    if (!shown_already && can_show(folder)) options.add({"--bind-try", folder.string(), folder.string()});
+  for (const fs::path& folder :
+       {fs::read_symlink("/proc/self/exe").parent_path(), folder_of_command(request.command.front())}) {
+    add_folder(options, folder);
+    add_folder(options, lib_beside(folder));
   }
+  add_folder(options, fs::current_path());
   for (const fs::path& bind : request.binds) {
     const std::string path = fs::absolute(bind).lexically_normal().string();
     if (!fs::exists(path)) throw std::runtime_error("--bind " + path + ": no such file or folder");
     if (!can_show(path)) throw std::runtime_error("--bind " + path + ": the phone has its own files there");
-    options.add({"--bind", path, path});
+    options.add_bind("--bind", path);
   }
 }
 
@@ -137,16 +202,12 @@ void add_clock(BwrapOptions& options, const std::string& clock) {
 std::string options_for(const Run& request) {
   BwrapOptions options(request.root);
   options.add({"--die-with-parent", "--unshare-pid"});
-  if (::geteuid() != 0) {
-    options.add({"--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "CAP_DAC_OVERRIDE"});
-  }
-  if (request.root.empty())
-    options.add({"--tmpfs", "/"});
-  else
-    options.add({"--bind", fs::absolute(request.root).string(), "/"});
+  add_user(options, request);
+  options.add_root();
   add_system(options);
-  add_kernel(options, request);
-  options.add({"--tmpfs", "/tmp"});
+  add_kernel(options, request.root.has_value());
+  options.add({"--perms", "1777"});
+  options.add_mount("--tmpfs", "/tmp");
   add_binds(options, request);
   if (!request.clock.empty()) add_clock(options, request.clock);
   return options.text();
@@ -171,10 +232,11 @@ Pipe make_status_pipe() {
 
 // Until bubblewrap, which alone holds the other end, exits.
 std::string read_all(const Fd& pipe) {
+  constexpr size_t kMaxLen = 65536;  // some lines of JSON
   std::string text;
   char buffer[512];
   for (ssize_t len = 0; (len = ::read(pipe.get(), buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<size_t>(len));
+    if (text.size() < kMaxLen) text.append(buffer, static_cast<size_t>(len));
   }
   return text;
 }
@@ -235,9 +297,6 @@ int wait_for(pid_t child) {
 }  // namespace
 
 int run(const Run& request) {
-  if (!request.root.empty() && !fs::is_directory(request.root / "system")) {
-    throw std::runtime_error(request.root.string() + " is no phone (no system folder): make one with \"phone make\"");
-  }
   Pipe status_pipe = make_status_pipe();
   const pid_t child = spawn(request, status_pipe.write_end);
   status_pipe.write_end.reset();

@@ -6,6 +6,8 @@
 extern "C" {
 #endif
 
+#pragma GCC visibility push(default)
+
 typedef enum android_LogPriority {
   ANDROID_LOG_UNKNOWN = 0,
   ANDROID_LOG_DEFAULT,
@@ -23,6 +25,8 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attri
 
 /* The same for a text that is no format. */
 int __android_log_write(int prio, const char* tag, const char* text);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }
