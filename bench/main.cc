@@ -3,6 +3,8 @@
 //     prints how much longer each operation of the library takes than its floor; exits with 1 when one misses its goal
 //   kelchk_bench load [options of Google Benchmark]
 //     the same for loading the library
+//   kelchk_bench openssl | sessions KELSIGN | check KELPHONE [options of Google Benchmark]
+//     the same for a login verified by hand with OpenSSL 3, for signing sessions and for a whole program
 //   kelchk_bench CHIP PROPERTIES count [SIDE OPERATION CALLS]
 //     only makes the calls, for a tool that counts, and prints how many properties they read: SIDE is library, floor
 //     or nothing, OPERATION a number from 0; without these three it lists the operations
@@ -16,6 +18,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,6 +26,8 @@
 
 #include "bench/comparison.h"
 #include "bench/operations.h"
+#include "bench/programs.h"
+#include "bench/provisioning.h"
 #include "bench/system.h"
 
 namespace {
@@ -118,14 +123,36 @@ void prepare_phone(phone::Chip chip, const std::string& properties) {
   if (properties == "memory") bench::keep_properties_in_memory(identity);
 }
 
+// Modes that choose their phone themselves, and whether they take a program.
+const std::map<std::string, bool>& program_modes() {
+  static const std::map<std::string, bool> modes = {
+      {"load", false}, {"openssl", false}, {"sessions", true}, {"check", true}};
+  return modes;
+}
+
+std::vector<Comparison> compare_programs(const std::string& mode, const std::string& program) {
+  if (mode == "load") return {compare_loading()};
+  if (mode == "sessions") return bench::compare_sessions(program);
+  prepare_phone(phone::Chip::kMediaTek, "file");
+  const bench::Provisioning provisioning = bench::provision(phone::Chip::kMediaTek);
+  if (mode == "openssl") return {bench::compare_with_openssl(provisioning)};
+  return {bench::compare_check(provisioning, program)};
+}
+
 int run(int argc, char** argv) {
   const Words words(argv + 1, argv + argc);
-  if (!words.empty() && words[0] == "load") return bench::run_comparisons({compare_loading()}, argc - 1, argv + 1);
-  if (words.size() < 2) throw std::invalid_argument("usage: kelchk_bench CHIP PROPERTIES ... | load ...");
+  const auto mode = program_modes().find(words.empty() ? "" : words[0]);
+  const bool has_mode = mode != program_modes().end();
+  const size_t needed = has_mode && !mode->second ? 1 : 2;
+  if (words.size() < needed) throw std::invalid_argument("too few arguments; bench/main.cc names them");
+  const int used = static_cast<int>(needed);
+  if (has_mode) {
+    return bench::run_comparisons(compare_programs(words[0], needed == 2 ? words[1] : ""), argc - used, argv + used);
+  }
 
   const phone::Chip chip = parse_chip(words[0]);
   prepare_phone(chip, words[1]);
-  const std::vector<Operation> operations = bench::make_operations(chip);
+  const std::vector<Operation> operations = bench::make_operations(bench::provision(chip));
   if (words.size() > 2 && words[2] == "count") return count(operations, {words.begin() + 3, words.end()});
 
   std::vector<Comparison> comparisons;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/phone.h"
+#include "bench/provisioning.h"
 
 namespace bench {
 
@@ -18,7 +18,6 @@ struct Operation {
   std::function<bool()> floor;
 };
 
-// The operations on the phone that this program runs in. Throws when the phone cannot be provisioned.
-std::vector<Operation> make_operations(phone::Chip chip);
+std::vector<Operation> make_operations(const Provisioning& provisioning);
 
 }  // namespace bench

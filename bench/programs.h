@@ -1,0 +1,22 @@
+// The programs, and what else would do their work, each in a process of its own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bench/comparison.h"
+#include "bench/provisioning.h"
+
+namespace bench {
+
+// A login verified by the library, beside one verified by hand with OpenSSL 3.
+Comparison compare_with_openssl(const Provisioning& provisioning);
+
+// A signature through a session of |kelsign| beside a bare loop over the same pipes, and with a journal beside one
+// without.
+std::vector<Comparison> compare_sessions(const std::string& kelsign);
+
+// "kelphone check" of a valid parameter file beside an empty program that makes the library's call.
+Comparison compare_check(const Provisioning& provisioning, const std::string& kelphone);
+
+}  // namespace bench
