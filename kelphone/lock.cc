@@ -1,0 +1,49 @@
+#include "kelphone/lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <thread>
+
+#include "common/file.h"
+#include "common/outcome.h"
+
+namespace kelphone {
+namespace {
+
+std::string complaint;
+
+void give_up(int) {
+  static_cast<void>(!::write(STDERR_FILENO, complaint.data(), complaint.size()));
+  ::_exit(common::kSessionFailed);
+}
+
+}  // namespace
+
+Lock::Lock(unsigned wait) : folder_(::open(kLockFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (!folder_) common::throw_errno(kLockFolder, "cannot be opened");
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(wait);
+  while (::flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) common::throw_errno(kLockFolder, "cannot be locked");
+    if (std::chrono::steady_clock::now() >= end) {
+      throw common::SessionError("another process uses this phone: /kelofs was locked for " + std::to_string(wait) +
+                                 " seconds");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+void expect(const char* what, unsigned limit) {
+  ::alarm(0);
+  complaint = "kelphone: no ";
+  complaint.append(what).append(" within ").append(std::to_string(limit)).append(" seconds\n");
+  std::signal(SIGALRM, give_up);
+  ::alarm(limit);
+}
+
+}  // namespace kelphone

@@ -1,0 +1,25 @@
+// What differs between a phone and a simulated one.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace kelphone {
+
+inline constexpr uid_t kSystemUser = 1000;  // and its group, by the same number
+
+// Whether this process runs on a phone, simulated or not. Anywhere else the library would use the machine's own
+// folders.
+bool is_phone();
+
+// Whether the phone's folders belong to the user "system", so that root must become that user.
+bool has_system_user();
+
+// Whether a file system is mounted at |folder|. False when |folder| does not exist.
+bool is_mounted(const std::string& folder);
+
+// Keeps the log of a simulated phone off the terminal, where it goes by default. KELCHK_LOG still names a file for it.
+void keep_log_off_terminal();
+
+}  // namespace kelphone

@@ -1,0 +1,45 @@
+#include "kelphone/store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/fd.h"
+#include "kelchk.h"
+#include "kelphone/platform.h"
+
+namespace kelphone {
+
+std::string store_folder(Copy copy) {
+  static const char* const primary = is_mt_chip() == 1 ? KELCHK_STORE_MEDIATEK : KELCHK_STORE_UNISOC;
+  return copy == kPrimary ? primary : KELCHK_STORE_BACKUP;
+}
+
+std::string store_trouble(Copy copy) {
+  const std::string folder = store_folder(copy);
+  const std::string partition = folder.substr(0, folder.rfind('/', folder.size() - 2));
+  if (::access(partition.c_str(), X_OK) != 0) return partition + ": " + std::strerror(errno);
+  if (!is_mounted(partition)) return partition + ": not mounted";
+  if (::access(folder.c_str(), R_OK | X_OK) == 0 || errno == ENOENT) return "";
+  return folder + ": " + std::strerror(errno);
+}
+
+Look look_at(File file, Copy copy) {
+  constexpr size_t kCap = KELCHK_SIGNED_FILE_MAX + 1;
+  const char* const name = file == kAuthorization ? KELCHK_AUTHORIZATION_FILE : KELCHK_PARAMETER_FILE;
+  Look look;
+  const common::Fd fd(::open((store_folder(copy) + name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  look.is_missing = !fd && errno == ENOENT;
+  struct stat status = {};
+  char content[kCap];
+  const ssize_t len = fd && ::fstat(fd.get(), &status) == 0 ? ::read(fd.get(), content, sizeof content) : -1;
+  if (len < 0 && !look.is_missing) look.error = std::strerror(errno);
+  if (len >= 0 && !S_ISREG(status.st_mode)) look.error = "not a regular file";
+  if (len >= 0) look.content.assign(content, static_cast<size_t>(len));
+  return look;
+}
+
+}  // namespace kelphone
