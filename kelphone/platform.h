@@ -19,7 +19,4 @@ bool has_system_user();
 // Whether a file system is mounted at |folder|. False when |folder| does not exist.
 bool is_mounted(const std::string& folder);
 
-// Keeps the log of a simulated phone off the terminal, where it goes by default. KELCHK_LOG still names a file for it.
-void keep_log_off_terminal();
-
 }  // namespace kelphone

@@ -21,6 +21,4 @@ bool is_mounted(const std::string& folder) {
          inside.st_dev != outside.st_dev;
 }
 
-void keep_log_off_terminal() {}
-
 }  // namespace kelphone

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string_view>
 
 #include "kelphone/lock.h"
@@ -27,11 +26,6 @@ bool has_system_user() {
 bool is_mounted(const std::string& folder) {
   struct stat status = {};
   return ::stat(folder.c_str(), &status) == 0;
-}
-
-void keep_log_off_terminal() {
-  const char* const chosen = std::getenv("KELCHK_LOG");
-  if (chosen == nullptr || *chosen == '\0') ::setenv("KELCHK_LOG", "none", 1);
 }
 
 }  // namespace kelphone

@@ -77,16 +77,7 @@ Reason signature_reason(const Messages& messages, File file) {
                    quoted(rest_of(messages, kChipId))};
 }
 
-// The value of |key| in the record that a stored file begins with.
-std::string recorded(const Look& look, std::string_view key) {
-  const std::string record = "&" + look.content;
-  const size_t begin = record.find("&" + std::string(key) + "=");
-  if (begin == std::string::npos) return "";
-  const size_t value = begin + key.size() + 2;
-  return record.substr(value, record.find('&', value) - value);
-}
-
-std::optional<Reason> mismatch_reason(const std::string& text, const Look& look) {
+std::optional<Reason> mismatch_reason(const std::string& text) {
   constexpr std::string_view kPresent = " err val_buf=";
   constexpr std::string_view kStored = " , t_buf=";
   const size_t present = text.find(kPresent);
@@ -99,9 +90,7 @@ std::optional<Reason> mismatch_reason(const std::string& text, const Look& look)
   reason.stored = text.substr(stored + kStored.size());
   reason.words = reason.field == "cpuID" ? "the stored file is another phone's: " : "this phone has changed: ";
   reason.words += reason.field + " is " + quoted(reason.present) + ", the file says " + quoted(reason.stored);
-  if (is_any_of(reason.field, kBeforeChipId)) {
-    reason.words += " (the chip ids were not compared; the file's is " + quoted(recorded(look, "cpuID")) + ")";
-  }
+  if (is_any_of(reason.field, kBeforeChipId)) reason.words += " (the chip ids were not compared)";
   return reason;
 }
 
@@ -121,13 +110,13 @@ Reason open_reason(const Look& look) {
 }
 
 std::optional<Reason> reason_of(const std::string& text, const Messages& messages, File file, const Look& look) {
-  if (text.find("_file open path error =") != std::string::npos) return open_reason(look);
+  if (text.starts_with("check_au_file open") || text.starts_with("check_para_file open")) return open_reason(look);
   if (text.starts_with("sub certificate err")) return chain_reason(messages);
   if (text.starts_with("signature err")) return signature_reason(messages, file);
   for (const Row& row : kRows) {
     if (text.starts_with(row.beginning)) return Reason{.words = std::string(row.words), .is_decided = row.is_decided};
   }
-  if (auto reason = mismatch_reason(text, look)) return reason;
+  if (auto reason = mismatch_reason(text)) return reason;
   return missing_field_reason(text);
 }
 
