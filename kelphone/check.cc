@@ -14,35 +14,30 @@ namespace {
 
 constexpr File kFiles[] = {kAuthorization, kParameters};
 constexpr Copy kCopies[] = {kPrimary, kBackup};
+constexpr const char* kFileNames[] = {"authorization file", "parameter file"};
 
-using Looks = Look[2][2];  // by file and copy
-
-void look_at_all(Looks& looks) {
-  for (const File file : kFiles) {
-    for (const Copy copy : kCopies) looks[file][copy] = look_at(file, copy);
-  }
-}
-
-// What the library said about each copy that it looked at, in its order: a failing copy ends with a "_path err".
-struct Course {
-  std::vector<Message> about[2][2];
-  bool has_failed[2][2] = {};
+struct StoredCopy {
+  Look look;                   // as it was before the check
+  std::vector<Message> about;  // what the library said about it; of the valid one, with its repair of the other
+  bool has_failed = false;
 };
 
-Course follow(const std::vector<Message>& all) {
-  Course course;
+using Copies = StoredCopy[2][2];  // by file and copy
+
+// The library looks at one copy after the other. A failing one ends with a "_path err", the first file with its "ret=".
+void follow_messages(Copies& copies) {
   File file = kAuthorization;
   Copy copy = kPrimary;
-  for (const Message& message : all) {
-    const bool ends_authorization = message.text.starts_with("check_au_file_path ret=");
-    const bool ends_copy = message.text.find("_file_path err ") != std::string::npos;
-    if (!ends_authorization && !ends_copy) course.about[file][copy].push_back(message);
-    if (!ends_authorization && !ends_copy) continue;
-    course.has_failed[file][copy] = ends_copy || !message.text.starts_with("check_au_file_path ret=0");
-    file = ends_authorization ? kParameters : file;
-    copy = ends_authorization ? kPrimary : kBackup;
+  for (const Message& message : messages()) {
+    const bool ends_file = message.text.starts_with("check_au_file_path ret=");
+    const bool has_failed = message.text.starts_with("check_au_file_path ret=-1") ||
+                            message.text.starts_with("check_au_file_path err") ||
+                            message.text.starts_with("check_para_file_path err");
+    copies[file][copy].about.push_back(message);
+    copies[file][copy].has_failed = copies[file][copy].has_failed || has_failed;
+    if (ends_file) file = kParameters;
+    if (ends_file || has_failed) copy = ends_file ? kPrimary : kBackup;
   }
-  return course;
 }
 
 std::string repair_error(const std::vector<Message>& messages) {
@@ -59,11 +54,11 @@ std::string repair_error(const std::vector<Message>& messages) {
 
 class Report {
  public:
-  Report(const Looks& before, const Course& course) : before_(before), course_(course) {}
+  explicit Report(const Copies& copies) : copies_(copies) {}
 
   Verdict valid() {
-    const File file = course_.has_failed[kAuthorization][kBackup] ? kParameters : kAuthorization;
-    const Copy copy = course_.has_failed[file][kPrimary] ? kBackup : kPrimary;
+    const File file = copies_[kAuthorization][kBackup].has_failed ? kParameters : kAuthorization;
+    const Copy copy = copies_[file][kPrimary].has_failed ? kBackup : kPrimary;
     verdict_.is_valid = true;
     verdict_.words = {std::string(kFileNames[file]) + ": valid, from the " + kCopyNames[copy] + other_copy(file, copy)};
     add_failed_copies();
@@ -72,7 +67,12 @@ class Report {
   }
 
   Verdict not_valid() {
-    for (const Copy copy : kCopies) add_store(copy);
+    for (const Copy copy : kCopies) {
+      const std::string trouble = store_trouble(copy);
+      if (trouble.empty()) continue;
+      verdict_.is_decided = false;
+      verdict_.words.push_back(std::string("the ") + kCopyNames[copy] + " store cannot be used: " + trouble);
+    }
     add_failed_copies();
     if (verdict_.words.empty()) verdict_.words = {"this phone was never provisioned"};
     return verdict_;
@@ -82,50 +82,43 @@ class Report {
   // What became of the other copy than the valid one.
   std::string other_copy(File file, Copy copy) const {
     const Copy other = copy == kPrimary ? kBackup : kPrimary;
-    const Look& before = before_[file][other];
-    const bool was_repaired = look_at(file, other).is_same_as(look_at(file, copy));
-    if (copy == kPrimary && before.is_same_as(before_[file][copy])) return "";
+    const Look& before = copies_[file][other].look;
+    const bool is_same = look_at(file, other).content == look_at(file, copy).content;
     const std::string words = std::string("; the ") + kCopyNames[other];
-    if (copy == kPrimary && !before.error.empty()) return words + " cannot be read: " + before.error;
-    if (copy == kPrimary && !before.is_missing) return words + " differs from it";
-    if (was_repaired) return words + (before.is_missing ? " was missing and was made again" : " was repaired");
-    return words + " could not be repaired: " + repair_error(course_.about[file][copy]);
+    if (copy == kPrimary && !before.is_missing) {
+      if (!before.error.empty()) return words + " cannot be read: " + before.error;
+      return is_same ? "" : words + " differs from it";
+    }
+    if (is_same) return words + (before.is_missing ? " was missing and was made again" : " was repaired");
+    return words + " could not be repaired: " + repair_error(copies_[file][copy].about);
   }
 
-  void add_store(Copy copy) {
-    const std::string trouble = store_trouble(copy);
-    if (trouble.empty()) return;
-    is_unusable_[copy] = true;
-    verdict_.is_decided = false;
-    verdict_.words.push_back(std::string("the ") + kCopyNames[copy] + " store cannot be used: " + trouble);
-  }
-
-  // A file of which there is no copy at all need not be mentioned.
+  // A copy that is only missing counts where the other one was there and failed.
   void add_failed_copies() {
     for (const File file : kFiles) {
-      if (before_[file][kPrimary].is_missing && before_[file][kBackup].is_missing) continue;
+      const auto& [primary, backup] = copies_[file];
+      const bool is_other_missing = verdict_.is_valid || (primary.look.is_missing && backup.look.is_missing);
       for (const Copy copy : kCopies) {
-        if (course_.has_failed[file][copy] && !is_unusable_[copy]) add_copy(file, copy);
+        const StoredCopy& stored = copies_[file][copy];
+        if (stored.has_failed && !(stored.look.is_missing && is_other_missing)) add_copy(file, copy);
       }
     }
   }
 
   void add_copy(File file, Copy copy) {
-    const Reason reason = explain(course_.about[file][copy], file, before_[file][copy]);
+    const Reason reason = explain(copies_[file][copy].about, file, copies_[file][copy].look);
     verdict_.is_decided = verdict_.is_decided && reason.is_decided;
     if (verdict_.mismatch.field.empty()) verdict_.mismatch = reason;
     const std::string name = kFileNames[file];
-    const bool is_repeated = copy == kBackup && verdict_.words.back() == name + ", primary: " + reason.words;
-    if (is_repeated) {
-      verdict_.words.back() = name + ": " + reason.words;
-    } else {
-      verdict_.words.push_back(name + ", " + kCopyNames[copy] + ": " + reason.words);
+    std::string line = name + ", " + kCopyNames[copy] + ": " + reason.words;
+    if (copy == kBackup && !verdict_.words.empty() && verdict_.words.back() == name + ", primary: " + reason.words) {
+      line = name + ": " + reason.words;
+      verdict_.words.pop_back();
     }
+    verdict_.words.push_back(line);
   }
 
-  const Looks& before_;
-  const Course& course_;
-  bool is_unusable_[2] = {};
+  const Copies& copies_;
   Verdict verdict_;
 };
 
@@ -139,13 +132,14 @@ Verdict check_stored_files(unsigned wait) {
   } catch (const common::Error& error) {
     unlocked = error.what();
   }
-  Looks before;
-  look_at_all(before);
+  Copies copies;
+  for (const File file : kFiles) {
+    for (const Copy copy : kCopies) copies[file][copy].look = look_at(file, copy);
+  }
   begin_operation();
   const bool is_valid = kelo_is_para_correct() == 0;
-  const Course course = follow(messages());
-  Report report(before, course);
-  Verdict verdict = is_valid ? report.valid() : report.not_valid();
+  follow_messages(copies);
+  Verdict verdict = is_valid ? Report(copies).valid() : Report(copies).not_valid();
   verdict.unlocked = unlocked;
   return verdict;
 }

@@ -8,8 +8,8 @@
 
 #include "common/file.h"
 #include "common/outcome.h"
+#include "kelphone/commands.h"
 #include "kelphone/messages.h"
-#include "kelphone/options.h"
 #include "kelphone/platform.h"
 
 namespace kelphone {

@@ -14,13 +14,9 @@
 namespace kelphone {
 namespace {
 
-constexpr std::string_view kLibraryTag = "kelchk";
-
 std::vector<Message> kept;
 bool are_shown = false;
 
-// The white space that ends the library's own words only ends the line, so it goes. That of an argument belongs to a
-// value and stays. Words that come as the argument of a bare "%s" are the library's own, too.
 [[gnu::format(printf, 1, 0)]] std::string format(const char* text, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
@@ -28,11 +24,15 @@ bool are_shown = false;
   va_end(again);
   std::string formatted(len > 0 ? static_cast<size_t>(len) : 0, '\0');
   std::vsnprintf(formatted.data(), formatted.size() + 1, text, arguments);
-  const std::string_view pattern = text;
-  const std::string_view words = pattern == "%s" ? std::string_view(formatted) : pattern;
-  const size_t space = words.size() - (words.find_last_not_of(" \n") + 1);
-  formatted.resize(formatted.size() - std::min(space, formatted.size()));
   return formatted;
+}
+
+// Without the white space that ends the library's own words |pattern|, which only ends the line. That of an argument
+// belongs to a value and stays. Words that come as the argument of a bare "%s" are the library's own, too.
+std::string trimmed(const std::string& text, std::string_view pattern) {
+  const std::string_view words = pattern == "%s" ? std::string_view(text) : pattern;
+  const size_t space = words.size() - (words.find_last_not_of(" \n") + 1);
+  return text.substr(0, text.size() - std::min(space, text.size()));
 }
 
 // One write for a line, so that the lines of several processes do not mix.
@@ -122,8 +122,9 @@ extern "C" [[gnu::visibility("default")]] int __android_log_print(int priority, 
   const std::string message = kelphone::format(text, arguments);
   va_end(arguments);
   const std::string_view known_tag = tag != nullptr ? tag : "";
-  if (kelphone::are_shown) kelphone::show(priority, known_tag, message);
-  if (known_tag == kelphone::kLibraryTag) kelphone::kept.push_back({priority, message});
+  const std::string line = kelphone::trimmed(message, text);
+  if (kelphone::are_shown) kelphone::show(priority, known_tag, line);
+  if (known_tag == "kelchk") kelphone::kept.push_back({priority, line});
   const int result = __android_log_write(priority, tag, message.c_str());
   errno = saved_errno;
   return result;

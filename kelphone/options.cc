@@ -1,5 +1,3 @@
-#include "kelphone/options.h"
-
 #include <charconv>
 #include <string_view>
 #include <vector>

@@ -1,14 +1,12 @@
-#include "kelphone/reason.h"
-
 #include <algorithm>
 #include <optional>
 #include <string_view>
 
+#include "kelphone/check.h"
+
 namespace kelphone {
 namespace {
 
-constexpr std::string_view kChainOutcome = "kelo_X509_verify_cert ret = ";
-constexpr std::string_view kChipId = "rid=";
 constexpr std::string_view kOtherRootOutcomes[] = {"unable to get local issuer certificate", "self signed certificate",
                                                    "certificate signature failure"};
 
@@ -53,8 +51,8 @@ bool is_any_of(std::string_view text, const auto& texts) {
   return std::find(std::begin(texts), std::end(texts), text) != std::end(texts);
 }
 
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
+std::string quoted(const std::string& text) {
+  return '"' + text + '"';
 }
 
 // What follows |beginning| in the last message that has it.
@@ -65,7 +63,7 @@ std::string rest_of(const Messages& messages, std::string_view beginning) {
 }
 
 Reason chain_reason(const Messages& messages) {
-  const std::string outcome = rest_of(messages, kChainOutcome);
+  const std::string outcome = rest_of(messages, "kelo_X509_verify_cert ret = ");
   if (outcome.empty()) return {.words = "its signer could not be checked", .is_decided = false};
   if (is_any_of(outcome, kOtherRootOutcomes)) return {.words = "its signer is of another root: " + outcome};
   return {.words = "its signer certificate is not accepted: " + outcome};
@@ -74,7 +72,7 @@ Reason chain_reason(const Messages& messages) {
 Reason signature_reason(const Messages& messages, File file) {
   if (file == kParameters) return {.words = "its content was changed: the signature does not fit"};
   return {.words = "another phone's, or changed: the signature does not fit this phone's chip id " +
-                   quoted(rest_of(messages, kChipId))};
+                   quoted(rest_of(messages, "rid="))};
 }
 
 std::optional<Reason> mismatch_reason(const std::string& text) {
@@ -94,30 +92,20 @@ std::optional<Reason> mismatch_reason(const std::string& text) {
   return reason;
 }
 
-// "psn err" and its like: only the message about a record's own field is a single word.
-std::optional<Reason> missing_field_reason(const std::string& text) {
-  const size_t end = text.find(" err");
-  const auto is_letter = [](char c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
-  const bool is_word = end != std::string::npos && end + 4 == text.size() &&
-                       std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), is_letter);
-  if (!is_word) return {};
-  return Reason{.words = "its record lacks " + text.substr(0, end), .field = text.substr(0, end)};
-}
-
-Reason open_reason(const Look& look) {
-  if (look.is_missing) return {.words = "missing"};
-  return {.words = look.error.empty() ? "it could not be opened" : look.error, .is_decided = false};
-}
-
 std::optional<Reason> reason_of(const std::string& text, const Messages& messages, File file, const Look& look) {
-  if (text.starts_with("check_au_file open") || text.starts_with("check_para_file open")) return open_reason(look);
+  const bool is_missing = look.is_missing && text.find(" open path error =") != std::string::npos;
+  if (is_missing) return Reason{.words = "missing"};
   if (text.starts_with("sub certificate err")) return chain_reason(messages);
   if (text.starts_with("signature err")) return signature_reason(messages, file);
   for (const Row& row : kRows) {
     if (text.starts_with(row.beginning)) return Reason{.words = std::string(row.words), .is_decided = row.is_decided};
   }
-  if (auto reason = mismatch_reason(text)) return reason;
-  return missing_field_reason(text);
+  // "psn err" and its like: no other message is a single word and "err".
+  const size_t space = text.find_first_of(" _");
+  if (space != std::string::npos && text.substr(space) == " err") {
+    return Reason{.words = "its record lacks " + text.substr(0, space), .field = text.substr(0, space)};
+  }
+  return mismatch_reason(text);
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include "kelphone/store.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,14 +7,19 @@
 
 #include "common/fd.h"
 #include "kelchk.h"
+#include "kelphone/check.h"
 #include "kelphone/platform.h"
 
 namespace kelphone {
+namespace {
 
+// With its trailing "/".
 std::string store_folder(Copy copy) {
   static const char* const primary = is_mt_chip() == 1 ? KELCHK_STORE_MEDIATEK : KELCHK_STORE_UNISOC;
   return copy == kPrimary ? primary : KELCHK_STORE_BACKUP;
 }
+
+}  // namespace
 
 std::string store_trouble(Copy copy) {
   const std::string folder = store_folder(copy);
