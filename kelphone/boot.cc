@@ -37,7 +37,7 @@ Verdict decide(Clock::time_point end) {
     const bool is_last = Clock::now() >= end;
     const bool is_ready = store_trouble(kPrimary).empty() && store_trouble(kBackup).empty();
     if (is_ready || is_last) {
-      const Verdict verdict = try_check();
+      Verdict verdict = try_check();
       if (verdict.is_decided || is_last) return verdict;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));

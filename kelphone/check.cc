@@ -80,7 +80,7 @@ class Report {
 
  private:
   // What became of the other copy than the valid one.
-  std::string other_copy(File file, Copy copy) const {
+  [[nodiscard]] std::string other_copy(File file, Copy copy) const {
     const Copy other = copy == kPrimary ? kBackup : kPrimary;
     const Look& before = copies_[file][other].look;
     const bool is_same = look_at(file, other).content == look_at(file, copy).content;

@@ -161,12 +161,12 @@ int authorize(const Options& options) {
   return is_done ? common::kYes : common::kNo;
 }
 
-int show_version(const Options&) {
+int show_version(const Options& /*options*/) {
   common::print("kelphone " KELCHK_VERSION "\n");
   return common::kYes;
 }
 
-int show_help(const Options&) {
+int show_help(const Options& /*options*/) {
   common::print(kHelp);
   return common::kYes;
 }

@@ -18,7 +18,7 @@ namespace {
 
 std::string complaint;
 
-void give_up(int) {
+void give_up(int /*signal*/) {
   static_cast<void>(!::write(STDERR_FILENO, complaint.data(), complaint.size()));
   ::_exit(common::kSessionFailed);
 }
@@ -42,7 +42,7 @@ void expect(const char* what, unsigned limit) {
   ::alarm(0);
   complaint = "kelphone: no ";
   complaint.append(what).append(" within ").append(std::to_string(limit)).append(" seconds\n");
-  std::signal(SIGALRM, give_up);
+  static_cast<void>(std::signal(SIGALRM, give_up));
   ::alarm(limit);
 }
 

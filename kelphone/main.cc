@@ -52,6 +52,6 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   kelphone::keep_standard_descriptors();
-  std::signal(SIGPIPE, SIG_IGN);  // so that lost output is an error like any other
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // so that lost output is an error like any other
   return common::run_program("kelphone", [=] { return kelphone::run(argc, argv); });
 }

@@ -23,7 +23,7 @@ bool are_shown = false;
   const int len = std::vsnprintf(nullptr, 0, text, again);
   va_end(again);
   std::string formatted(len > 0 ? static_cast<size_t>(len) : 0, '\0');
-  std::vsnprintf(formatted.data(), formatted.size() + 1, text, arguments);
+  static_cast<void>(std::vsnprintf(formatted.data(), formatted.size() + 1, text, arguments));
   return formatted;
 }
 
@@ -81,6 +81,7 @@ const std::vector<Message>& messages() {
 
 std::vector<std::string> texts() {
   std::vector<std::string> all;
+  all.reserve(kept.size());
   for (const Message& message : kept) all.push_back(message.text);
   return all;
 }
@@ -114,18 +115,17 @@ void log_line(int priority, const std::string& text) {
 
 // Vendor libraries log through it as well, maybe from threads of their own: only the library's messages are kept, which
 // come from one thread.
-extern "C" [[gnu::visibility("default")]] int __android_log_print(int priority, const char* tag, const char* text,
-                                                                  ...) {
+extern "C" [[gnu::visibility("default")]] int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   const int saved_errno = errno;  // callers report errno after they have logged something else
   va_list arguments;
-  va_start(arguments, text);
-  const std::string message = kelphone::format(text, arguments);
+  va_start(arguments, fmt);
+  const std::string message = kelphone::format(fmt, arguments);
   va_end(arguments);
   const std::string_view known_tag = tag != nullptr ? tag : "";
-  const std::string line = kelphone::trimmed(message, text);
-  if (kelphone::are_shown) kelphone::show(priority, known_tag, line);
-  if (known_tag == "kelchk") kelphone::kept.push_back({priority, line});
-  const int result = __android_log_write(priority, tag, message.c_str());
+  const std::string line = kelphone::trimmed(message, fmt);
+  if (kelphone::are_shown) kelphone::show(prio, known_tag, line);
+  if (known_tag == "kelchk") kelphone::kept.push_back({prio, line});
+  const int result = __android_log_write(prio, tag, message.c_str());
   errno = saved_errno;
   return result;
 }

@@ -57,7 +57,7 @@ int serve_session(const Options& options) {
   expect("request", kInputLimit);
   common::serve_lines(STDIN_FILENO, STDOUT_FILENO, [](const common::Request& request) {
     expect("answer from this phone", kAnswerLimit);
-    const std::string line = answer_to(request);
+    std::string line = answer_to(request);
     expect("request", kInputLimit);
     return line;
   });
