@@ -26,6 +26,10 @@ Look look_at(File file, Copy copy);
 // does not count: the first import makes it.
 std::string store_trouble(Copy copy);
 
+// Makes the store folders that are missing, for an import. The library would make them without the right to search,
+// which only root does without.
+void make_store_folders();
+
 struct Reason {
   std::string words = {};
   bool is_decided = true;  // false: nothing was judged, because something could not be read

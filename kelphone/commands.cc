@@ -156,6 +156,7 @@ int authorize(const Options& options) {
   const std::string content = common::read_file(options.file, KELCHK_SIGNED_FILE_MAX);
   if (content.empty()) throw common::Error(options.file + ": is empty; 1 to 4096 bytes were expected");
   const Lock lock = begin(options);
+  make_store_folders();
   const bool is_done = kelo_import_aufile(content.data(), static_cast<unsigned>(content.size())) == 0;
   common::print(is_done ? common::good("ok") + "\n" : common::bad("failed") + "\n" + listed(reasons()));
   return is_done ? common::kYes : common::kNo;

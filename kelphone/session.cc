@@ -7,6 +7,7 @@
 #include "common/line_protocol.h"
 #include "common/outcome.h"
 #include "kelchk.h"
+#include "kelphone/check.h"
 #include "kelphone/commands.h"
 #include "kelphone/lock.h"
 #include "kelphone/messages.h"
@@ -38,14 +39,18 @@ std::string record(const std::string& request) {
   return answer(result, {out, len});
 }
 
+std::string import_record(const std::string& text) {
+  if (g_is_authed == 1) make_store_folders();
+  return answer(kelo_import_para_sign(text.c_str(), static_cast<unsigned>(text.size())));
+}
+
 std::string answer_to(const common::Request& request) {
   const std::string& text = request.text;
-  const auto len = static_cast<unsigned>(text.size());
   begin_operation();
   if (request.verb == "challenge") return challenge(text);
-  if (request.verb == "respond") return answer(kelo_verify_rand(text.c_str(), len));
+  if (request.verb == "respond") return answer(kelo_verify_rand(text.c_str(), static_cast<unsigned>(text.size())));
   if (request.verb == "record") return record(text);
-  if (request.verb == "import") return answer(kelo_import_para_sign(text.c_str(), len));
+  if (request.verb == "import") return import_record(text);
   return common::failed_line(
       {"unknown request \"" + request.verb + "\": challenge, respond, record or import was expected"});
 }

@@ -30,6 +30,11 @@ std::string store_trouble(Copy copy) {
   return folder + ": " + std::strerror(errno);
 }
 
+void make_store_folders() {
+  constexpr mode_t kMode = 0770;
+  for (const Copy copy : {kPrimary, kBackup}) static_cast<void>(::mkdir(store_folder(copy).c_str(), kMode));
+}
+
 Look look_at(File file, Copy copy) {
   constexpr size_t kCap = KELCHK_SIGNED_FILE_MAX + 1;
   const char* const name = file == kAuthorization ? KELCHK_AUTHORIZATION_FILE : KELCHK_PARAMETER_FILE;

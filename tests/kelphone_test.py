@@ -19,6 +19,7 @@ FOLDERS = [os.path.dirname(KELPHONE[-1])] + os.environ.get("LD_LIBRARY_PATH", ""
 CHIP_IDS = {"mediatek": "mt0123456789abcdef0123456789000000", "unisoc": "spab12cd3400000000"}
 STORES = {"mediatek": "mnt/vendor/persist/startPara/", "unisoc": "mnt/vendor/productinfo/startPara/"}
 BACKUP = "kelofs/startPara/"
+LOG = "/mnt/vendor/persist/messages"
 STORED = {}  # the parameter file of the default phone of each chip
 
 
@@ -59,16 +60,23 @@ def make_phone(chip="mediatek", *options):
     shutil.rmtree(work("phone"), ignore_errors=True)
     libraries = os.path.dirname(KELPHONE[-1]) + "/simulator/vendor"
     subprocess.run([PHONE, "make", work("phone"), "--chip", chip, "--vendor-libraries", libraries, *options], check=True)
-    for store in [STORES[chip], BACKUP]:
-        os.makedirs(work("phone", store))
-        for path in [store, store.split("/startPara")[0]]:
-            os.chmod(work("phone", path), 0o770)
+    for folder in [STORES[chip], BACKUP]:
+        os.mkdir(work("phone", folder))
+        give(folder, 0o770)
+
+
+def give(path, mode):
+    """Gives |path| to whom the phone's folders belong."""
+    owner = os.stat(work("phone/kelofs"))
+    os.chown(work("phone", path), owner.st_uid, owner.st_gid)
+    os.chmod(work("phone", path), mode)
 
 
 def store(text, chip="mediatek", name="startPara.dat", stores=None):
     for folder in stores or [STORES[chip], BACKUP]:
         with open(work("phone", folder, name), "wb") as file:
             file.write(text)
+        give(folder + name, 0o600)
 
 
 def remove(*paths):
@@ -128,6 +136,7 @@ class KelphoneTest(unittest.TestCase):
         """The parameter file of the phone that make_phone() makes, provisioned once by a session."""
         if chip not in STORED:
             make_phone(chip)
+            remove(STORES[chip], BACKUP)
             provision(self, "featureCode=F01A" + ("&IMEI=352099001761481" if chip == "unisoc" else ""))
             with open(work("phone", BACKUP, "startPara.dat"), "rb") as file:
                 STORED[chip] = file.read()
@@ -200,9 +209,9 @@ class KelphoneTest(unittest.TestCase):
         verdict = json.loads(self.expect(on_phone("check", "--json"), 1))
         self.assertEqual((verdict["valid"], verdict["field"], verdict["stored"], verdict["locked"]),
                          (False, "cpuID", CHIP_IDS["mediatek"], True))
-        result = on_phone("--log", "check", env={**os.environ, "KELCHK_LOG": "/messages"})
+        result = on_phone("--log", "check", env={**os.environ, "KELCHK_LOG": LOG})
         self.assertNotIn("  check_para", self.expect(result, 1, err="E kelchk: check_para err\n"))
-        with open(work("phone/messages")) as file:  # passed on, too
+        with open(work("phone" + LOG)) as file:  # passed on, too
             self.assertIn("6 kelchk check_para err", file.read())
 
     def test_a_modem_that_does_not_answer_decides_nothing(self):
@@ -215,7 +224,7 @@ class KelphoneTest(unittest.TestCase):
             self.expect(on_phone("check"), code, words)
 
     def test_service(self):
-        log = work("phone/messages")
+        log = work("phone" + LOG)
         good = {chip: self.stored(chip) for chip in CHIP_IDS}
         away = lambda: os.rename(work("phone/kelofs"), work("phone/later"))
         back = lambda: os.rename(work("phone/later"), work("phone/kelofs"))
@@ -242,7 +251,7 @@ class KelphoneTest(unittest.TestCase):
                     before()
                 later = threading.Timer(1, after or (lambda: None))
                 later.start()
-                result = on_phone("check", "--service", "--wait", str(wait), env={**os.environ, "KELCHK_LOG": "/messages"},
+                result = on_phone("check", "--service", "--wait", str(wait), env={**os.environ, "KELCHK_LOG": LOG},
                                   wrap=["sh", "-c", 'exec "$0" "$@" >&-'])
                 later.join()
                 self.assertEqual((result.returncode, result.stdout), (code, b""), result)
@@ -315,10 +324,9 @@ class KelphoneTest(unittest.TestCase):
     def test_root_becomes_the_owner_of_the_phone(self):
         good = self.stored()
         make_phone()
-        store(good, stores=[BACKUP])
-        for folder in ["kelofs", BACKUP, STORES["mediatek"]]:
+        for folder in ["kelofs", "mnt/vendor/persist", BACKUP, STORES["mediatek"]]:
             os.chown(work("phone", folder), 1000, 1000)
-        os.chmod(work("phone/mnt/vendor/persist"), 0o755)
+        store(good, stores=[BACKUP])
         self.expect(on_phone("check"), 0, "was missing and was made again")
         self.assertEqual(os.stat(work("phone", STORES["mediatek"], "startPara.dat")).st_uid, 1000)
         os.chmod(work("phone", STORES["mediatek"]), 0)
