@@ -15,13 +15,10 @@ install(TARGETS kelchk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES include/kelchk.h TYPE INCLUDE)
 
 if(TARGET kelchk_kelctl)
-  if(NOT ANDROID)
-    file(RELATIVE_PATH library_folder ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-    set_target_properties(kelchk_kelctl PROPERTIES
-      INSTALL_RPATH "$ORIGIN/${library_folder};$ORIGIN/${library_folder}/kelchk;${crypto_folder}")
-  endif()
+  set_target_properties(kelchk_kelctl PROPERTIES INSTALL_RPATH ${crypto_folder})
   install(TARGETS kelchk_kelctl)
   install(FILES docs/kelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES completions/kelctl DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelchk)

@@ -28,15 +28,13 @@ void flush_folder_of(const std::string& path) {
   if (!fd || ::fsync(fd.get()) != 0) throw_errno(folder, "cannot be flushed to storage");
 }
 
-std::string object_of(const std::vector<Journal::Field>& fields) {
+}  // namespace
+
+std::string Journal::object_of(const std::vector<Field>& fields) {
   std::string object;
-  for (const auto& [name, value] : fields) {
-    object += (object.empty() ? "{" : ", ") + json_string(name) + ": " + value;
-  }
+  for (const auto& [name, value] : fields) object += (object.empty() ? "{" : ", ") + json_string(name) + ": " + value;
   return object + "}";
 }
-
-}  // namespace
 
 void Journal::add(const std::vector<Field>& fields) const {
   if (path_.empty()) return;

@@ -16,6 +16,9 @@ class Journal {
   // A name and a JSON value, such as json_string() makes.
   using Field = std::pair<std::string_view, std::string>;
 
+  // The fields as one JSON object.
+  static std::string object_of(const std::vector<Field>& fields);
+
   // Appends one object, in one write. The file is opened again for each, so that it can be rotated by renaming. A line
   // that an earlier full disk left unfinished is ended first. Throws Error, naming the file, when any of it fails.
   void add(const std::vector<Field>& fields) const;

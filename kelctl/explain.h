@@ -1,20 +1,21 @@
-// Takes a stored file, a signer record or a device parameter record apart, away from any phone.
+// "kelctl explain": examines files and shows what it finds.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelctl {
 
 struct ExplainRequest {
-  std::string path;                    // "-" is standard input
-  std::string root_path;               // empty: the chain is not checked
-  std::optional<std::string> message;  // what is signed; none: the canonical content of the record in the file
-  bool as_json = false;
+  std::vector<std::string> paths;      // "-" is standard input
+  std::string root_path;               // empty: chains are not checked
+  std::optional<std::string> message;  // what was signed; none: the canonical content of the record in the file
+  bool as_json = false;                // one object a line, one line a file
 };
 
-// Shows the file's parts and, in plain words, whether what the library would accept of it holds and why not. Returns
-// the exit code. Throws Error when a file cannot be read.
+// Returns the exit code: of several files, the gravest. Throws common::Error when the root cannot be read or the
+// result cannot be written.
 int explain(const ExplainRequest& request);
 
 }  // namespace kelctl

@@ -1,25 +1,24 @@
-// The whole provisioning pass.
+// "kelctl provision": the whole pass between a phone's session and a signer's.
 #pragma once
 
-#include <functional>
+#include <chrono>
 #include <string>
-
-#include "kelctl/signing.h"
+#include <vector>
 
 namespace kelctl {
 
-// Sends one request of the line mode to the phone and returns the answer.
-using Ask = std::function<std::string(const std::string& line)>;
-
-struct Provisioning {
-  std::string certificate;  // base64, as a signed record carries it
-  Signer signer;
+struct ProvisionRequest {
+  std::vector<std::string> phone_command;
+  std::vector<std::string> signer_command;
   std::string feature_code;
-  std::string imei;  // of a Unisoc phone; else empty
+  std::string imei;  // of a Unisoc phone; may be empty
+  std::chrono::seconds timeout;
+  std::string journal;  // path; empty: none is kept
+  bool as_json = false;
 };
 
-// Challenge, login, record and import, telling each step on standard output. Returns whether the phone is provisioned;
-// when not, standard error tells why. Throws what the signer throws.
-bool provision(const Provisioning& provisioning, const Ask& ask);
+// Challenge, login, record and import. Shows each step, or the journal's object alone, and returns the exit code.
+// Throws common::Error when the journal or the output cannot be written.
+int provision(const ProvisionRequest& request);
 
 }  // namespace kelctl

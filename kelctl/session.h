@@ -1,25 +1,41 @@
-// The line mode: one request and one answer a line, for a factory host that drives the phone over a pipe.
-//
-// A request is one of
-//   challenge [N]     issue a challenge of N characters, 0 to 250 (250): "ok CHALLENGE"
-//   respond RECORD    log in with a signed record over the challenge: "ok"
-//   record REQUEST    read the device parameter record: "ok RECORD"
-//   import RECORD     store the record with a signed record over its values: "ok"
-// and is answered by "ok", or by "failed: " and the reasons, separated by "; ". In both directions a line break in a
-// text is written "\n", a carriage return "\r" and a backslash "\\". A carriage return that ends a line does not count.
-// What one request leaves behind lives until the session ends.
+// The two sessions of a provisioning pass, the phone's and the signer's: one request and one answer a line.
 #pragma once
 
-#include <cstdio>
+#include <chrono>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/process.h"
+#include "common/signing_policy.h"
 
 namespace kelctl {
 
-// The answer to one request, without its line break. Both are bare lines.
-std::string answer_to(const std::string& line);
+// A session that works refuses what it was asked.
+struct Declined : std::runtime_error {
+  Declined(const std::string& what, std::vector<std::string> why) : runtime_error(what), reasons(std::move(why)) {}
+  std::vector<std::string> reasons;  // as they came
+};
 
-// Serves requests from |in| until it ends. A line that is no request, or longer than 16384 characters, is answered like
-// any failure and ends nothing.
-void serve(std::FILE* in, std::FILE* out);
+class Session {
+ public:
+  // |name| is how messages call it. Throws common::SessionError when |command| cannot be started.
+  Session(std::string name, const std::vector<std::string>& command, std::chrono::seconds timeout)
+      : name_(std::move(name)), timeout_(timeout), process_(name_, command) {}
+
+  // Returns the text of the answer. Throws Declined when it is no, common::SessionError when none comes in time or what
+  // comes is none.
+  std::string ask(std::string_view verb, std::string_view text);
+
+ private:
+  std::string name_;
+  std::chrono::seconds timeout_;
+  common::Process process_;
+};
+
+// Has |signer| sign |text| and returns the signer record. What the policy rejects is not passed on: Declined. Throws
+// common::SessionError when the answer is no signature over |text| with the key of the certificate in it.
+std::string ask_signature(Session& signer, common::TextKind kind, const std::string& text);
 
 }  // namespace kelctl

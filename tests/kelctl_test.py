@@ -1,27 +1,67 @@
 #!/usr/bin/env python3
-# Usage: kelctl_test.py PHONE ROOT [EMULATOR] KELCTL
-# kelctl on simulated phones, which PHONE makes and runs. ROOT is the folder of the root that its library trusts.
+# Usage: kelctl_test.py KELCTL LIBRARY ROOT
+#        kelctl_test.py stand-in LOG ANSWERS
+# kelctl between stand-ins for a phone and a signer, and over files. ROOT is the folder of the root that LIBRARY trusts.
+# A stand-in writes each request to LOG and answers it as the JSON object ANSWERS says of its verb.
 import base64
 import json
 import os
 import re
+import shlex
+import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
-PHONE, ROOT, *KELCTL = sys.argv[1:]
-NATIVE = len(KELCTL) == 1
+KEYS = ["buildTime", "buildType", "countrySha", "cpuID", "deviceBrand", "deviceModel", "featureCode", "imei",
+        "phoneMac", "psn", "time", "ver"]
+IMEI = "352099001761481"
+CHALLENGE = "0123456789ABCDEF" * 4
+RECORD = ("buildTime=20240429V3&buildType=user&countrySha=" + "0A" * 32 + "&cpuID=mt01&deviceBrand=Aldan&"
+          f"deviceModel=MDF1KX67&featureCode=F01A&imei={IMEI}&phoneMac=000AF5000000&psn=KX67000000000000&"
+          "time=240429-153012&ver=01")
+
+
+def content_of(record):
+    return "".join(re.search(f"(?:^|&){key}=([^&]*)", record)[1] for key in KEYS)
+
+
+def openssl(*arguments, stdin=b""):
+    return subprocess.run(("openssl",) + arguments, input=stdin, check=True, capture_output=True).stdout
+
+
+def signed(message, folder, options=("-sha256",), cert=None):
+    if options == "raw":
+        sign = openssl("pkeyutl", "-sign", "-inkey", folder + "/key", stdin=openssl("dgst", "-sha256", "-binary",
+                                                                                   stdin=message.encode()))
+    else:
+        sign = openssl("dgst", *options, "-sign", folder + "/key", stdin=message.encode())
+    certificate = openssl("x509", "-in", (cert or folder) + "/cert", "-outform", "DER")
+    return f"factoryCert={base64.b64encode(certificate).decode()}&sign={base64.b64encode(sign).decode()}"
+
+
+def stand_in(log, answers):
+    answers = json.loads(answers)
+    for line in sys.stdin:
+        with open(log, "a") as file:
+            file.write(line)
+        verb, _, text = line.rstrip("\n").partition(" ")
+        answer = answers[verb]
+        if isinstance(answer, dict):  # a signature
+            text = text.replace("\\n", "\n").replace("\\r", "\r")
+            answer = "ok " + signed(content_of(text) if verb == "record" else text, **answer)
+        print(answer, flush=True)
+
+
+if sys.argv[1] == "stand-in":
+    sys.exit(stand_in(*sys.argv[2:]))
+
+KELCTL, LIBRARY, ROOT = sys.argv[1:]
 WORK = tempfile.TemporaryDirectory()
 TOOLS = os.path.dirname(os.path.realpath(__file__)) + "/../tools/"
-TRUE_ROOT = ["--root", ROOT + "/root.pem", "--root-key", ROOT + "/root.key"]
-CHIP_IDS = {"mediatek": "mt0123456789abcdef0123456789000000", "unisoc": "spab12cd3400000000"}
-STORES = {"mediatek": "mnt/vendor/persist/startPara", "unisoc": "mnt/vendor/productinfo/startPara"}
-RECORD = ("buildTime=20240429V3&buildType=user&countrySha=" + "0A" * 32 + "&cpuID=mt01&deviceBrand=Aldan&"
-          "deviceModel=MDF1KX67&featureCode=F01A&imei=352099001761481&phoneMac=000AF5000000&psn=KX67000000000000&"
-          "time=240429-153012&ver=01")
-CONTENT = ("20240429V3user" + "0A" * 32 + "mt01AldanMDF1KX67F01A352099001761481000AF5000000KX67000000000000"
-           "240429-15301201")
 
 
 def work(*parts):
@@ -30,220 +70,279 @@ def work(*parts):
 
 def write(name, content):
     with open(work(name), "wb") as file:
-        file.write(content)
+        file.write(content.encode() if isinstance(content, str) else content)
     return file.name
 
 
-def run(*command, stdin=b""):
-    result = subprocess.run(command, input=stdin, capture_output=True, timeout=120)
-    return result.returncode, result.stdout.decode(), result.stderr.decode()
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
-def kelctl(*arguments, stdin=b""):
-    return run(*KELCTL, *arguments, stdin=stdin)
+def kelctl(*arguments, stdin=b"", **options):
+    result = subprocess.run((KELCTL, *arguments), input=stdin, capture_output=True, timeout=60, **options)
+    return result.returncode, result.stdout.decode("latin-1"), result.stderr.decode("latin-1")
 
 
-def inside(chip, *arguments, stdin=b""):
-    binds = [word for folder in (WORK.name, os.path.dirname(KELCTL[-1])) for word in ("--bind", folder)]
-    return run(PHONE, "run", *binds, work(chip), "--", *KELCTL, *arguments, stdin=stdin)
-
-
-def on_phone(chip, *arguments, stdin=b""):
-    return kelctl("--phone", work(chip), *arguments, stdin=stdin) if NATIVE else inside(chip, *arguments, stdin=stdin)
-
-
-def make_phones():
-    for chip in CHIP_IDS:
-        vendor_libraries = os.path.dirname(KELCTL[-1]) + "/simulator/vendor"
-        subprocess.run([PHONE, "make", work(chip), "--chip", chip, "--vendor-libraries", vendor_libraries], check=True)
-
-
-def openssl(*arguments, stdin=b""):
-    return subprocess.run(("openssl",) + arguments, input=stdin, check=True, capture_output=True).stdout
-
-
-def signature(message, signer="signer"):
-    return openssl("dgst", "-sha256", "-sign", work(signer, "signer.key"), stdin=message.encode())
-
-
-def certificate(signer="signer"):
-    return base64.b64encode(openssl("x509", "-in", work(signer, "signer.pem"), "-outform", "DER")).decode()
-
-
-def signed(message, signer="signer", cert=None, sign=None):
-    sign = signature(message, signer) if sign is None else sign
-    return f"factoryCert={cert or certificate(signer)}&sign={base64.b64encode(sign).decode()}"
-
-
-def pair(signer="signer"):
-    return ["--key", work(signer, "signer.key"), "--cert", work(signer, "signer.pem")]
-
-
-KEY = pair()[:2]
-
-
-def issue(folder, *options):
-    """A signer of the true root made by openssl alone, whose certificate is as short as can be unless |options| say."""
+def issue(folder, root, *options):
+    """A signer, whose certificate is too short for a phone unless |options| say otherwise."""
     os.mkdir(work(folder))
-    _, key, _, path = pair(folder)
-    request = openssl("req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-subj", "/CN=x")
-    openssl("x509", "-req", "-CA", TRUE_ROOT[1], "-CAkey", TRUE_ROOT[3], "-out", path, *options, stdin=request)
+    request = openssl("req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", work(folder, "key"), "-subj", "/CN=x")
+    openssl("x509", "-req", "-CA", root + "/root.pem", "-CAkey", root + "/root.key", "-out", work(folder, "cert"),
+            *options, stdin=request)
 
 
 def setUpModule():
     subprocess.run([TOOLS + "make-development-root", work("forged-root")], check=True)  # of the same names
-    forged_root = ["--root", work("forged-root/root.pem"), "--root-key", work("forged-root/root.key")]
-    for step in [("signer", "signer", *TRUE_ROOT), ("signer", "forger", *forged_root), ("root", "root")]:
-        assert kelctl(step[0], work(step[1]), *step[2:])[0] == 0, step
-    issue("short")
-    write("extensions", b"nsComment=" + b"c" * 300)
-    issue("expired", "-days", "-1", "-extfile", work("extensions"))
+    extensions = ["-extfile", write("extensions", "nsComment=" + "c" * 300)]
+    issue("signer", ROOT, *extensions)
+    issue("forger", work("forged-root"), *extensions)
+    issue("expired", ROOT, "-days", "-1", *extensions)
+    issue("short", ROOT)
+
+
+def session(log, answers):
+    return shlex.join([sys.executable, os.path.realpath(__file__), "stand-in", work(log), json.dumps(answers)])
 
 
 class KelctlTest(unittest.TestCase):
-    def setUp(self):
-        make_phones()
-
     def expect(self, result, code, out="", err=""):
         self.assertEqual(result[0], code, result)
         self.assertIn(out, result[1])
         self.assertIn(err, result[2])
+        self.assertRegex(result[1] + result[2], r"\A[\n -~]*\Z")  # whatever came in
 
-    def test_signs_what_openssl_signs(self):
-        for kind, text, message in [("challenge", "0AF9", "0AF9"), ("record", RECORD, CONTENT),
-                                    ("chip-id", "sp\n1", "sp\n1")]:
-            expected = base64.b64encode(signature(message)).decode()
-            self.expect(kelctl("sign", kind, text, *KEY), 0, expected + "\n")
-            self.expect(kelctl("sign", kind, *KEY, stdin=text.encode() + b"\n"), 0, expected + "\n")
-            result = kelctl("sign", kind, text, "--signed-record", *pair())
-            self.assertEqual(result[:2], (0, signed(message)))
-
-    def test_refuses_to_sign(self):
-        rows = [("challenge", "", "0 characters"), ("challenge", "A" * 251, "251 characters"),
-                ("challenge", "0aF", "character 2"), ("record", CONTENT, "1 fields"), ("record", "", "1 fields"),
-                ("chip-id", "mt", "chip id"), ("chip-id", "0AF9", "chip id"), ("chip-id", "mtAB", "capital"),
-                ("chip-id", "sp" + "1" * 255, "chip id"), ("chip-id", "mt0\0", "NUL")]
-        for change in [
-                ("&ver=01", "", "11 fields"), ("user", "us&er", "13 fields"), ("psn=", "ver=01&psn=", "13 fields"),
-                ("imei=", "imei2=", "not imei"), ("buildTime", "buildDate", "field 1"), ("Aldan", "A" * 92, "Brand"),
-                ("Aldan", "", "Brand"), ("mt01", "xx01", "cpuID"), ("KX67000", "KX6700", "psn"), ("0A0", "0A", "Sha"),
-                ("0A0", "0a0", "countrySha"), ("-153012", "-15301", "time"), ("ver=01", "ver=02", "ver"),
-                ("=user", "=users", "buildType"), ("MDF1", "MDF", "Model"), ("0429-", "1329-", "time")]:
-            rows.append(("record", RECORD.replace(change[0], change[1], 1), change[2]))
-        for key, longest in [("buildTime", "2" * 91), ("cpuID", "sp" + "\n" * 254), ("deviceModel", "MDF1" + "K" * 91),
-                             ("featureCode", "F" * 127), ("imei", "3" * 255), ("phoneMac", "0" * 127)]:
-            with_value = lambda value: re.sub(f"{key}=[^&]*", f"{key}={value}", RECORD)
-            self.expect(kelctl("sign", "record", with_value(longest), *KEY), 0)
-            rows.append(("record", with_value(longest + "0"), key))
-        for kind, text, reason in rows:
-            with self.subTest(kind=kind, text=text):
-                result = kelctl("sign", kind, *KEY, stdin=text.encode())
-                self.expect(result, 1, err=reason)
-                self.assertEqual(result[1], "")
-
-    def test_says_what_was_expected(self):
-        ed25519 = openssl("genpkey", "-algorithm", "ed25519")
-        for content, name in [(b"", "empty"), (b"x" * 4097, "long"), (ed25519, "ed25519")]:
-            write(name, content)
-        by_line = ["provision", *pair(), "--feature-code", "F", "--line-command"]
-        for arguments, err in [(["check"], "--phone DIR"), ([], "Usage"), (["chek"], "chek"), (["sign", "x"], "x"),
-                               (["explain", work("none")], work("none")), (["explain", WORK.name], "directory"),
-                               (["sign", "challenge", "A", "--key", work("ed25519")], "RSA key of 2048 bits"),
-                               (["sign", "challenge", "A", *KEY, "--cert", work("forger/signer.pem")], "forger"),
-                               (["sign", "challenge", "A", *pair("short")], "1024 to 4095"),
-                               (["authorize", work("empty")], "1 to 4096"), (["authorize", work("long")], "1 to 4096"),
-                               (["provision", *pair(), "--feature-code", "a&b"], "--feature-code"),
-                               ([*by_line, "true"], "ended"), ([*by_line, r"printf 'ok \\x\n'"], "backslash"),
-                               (["--log", *by_line, "cat"], "--log"),
-                               (["root", work("forged-root")], "not overwritten"),
-                               (["signer", work("x"), *TRUE_ROOT[:3], work("forged-root/root.key")], "root.pem")]:
-            with self.subTest(arguments=arguments):
-                self.expect(kelctl(*arguments), 2, err=err)
-        self.assertFalse(os.path.exists("/kelofs"))
-
-    def test_makes_a_root_that_a_build_takes(self):
-        self.assertEqual(run(TOOLS + "embed-root-certificate", work("root/root.pem"), work("embedded"))[0], 0)
-        for key in ["root/root.key", "signer/signer.key"]:
-            self.assertEqual(os.stat(work(key)).st_mode & 0o777, 0o600)
+    def provision(self, *options, phone=None, signer=None, journal="journal"):
+        """Runs one pass between stand-ins; |phone| and |signer| are answers that differ, or whole commands."""
+        for log in ["phone.log", "signer.log", "journal"]:
+            write(log, "")
+        by_key = {"folder": work("signer")}
+        answers = [{"challenge": "ok " + CHALLENGE, "respond": "ok", "record": "ok " + RECORD, "import": "ok"},
+                   {"challenge": by_key, "record": by_key}]
+        commands = []
+        for name, answer, other in zip(["phone", "signer"], answers, [phone, signer]):
+            command = other if isinstance(other, str) else session(name + ".log", {**answer, **(other or {})})
+            commands += [f"--{name}-command", command]
+        return kelctl("provision", *commands, "--feature-code", "F01A", "--journal", work(journal), *options)
 
     def test_provisions(self):
-        blind = f"openssl dgst -sha256 -sign {work('signer/signer.key')} | openssl base64"
-        careful = f"printf %s \"${{KELCTL_RECORD:-$(cat)}}\" | {KELCTL[0]} sign $KELCTL_KIND {' '.join(KEY)}"
-        feature = ["--feature-code", "F01A"]
-        by_command = ["--cert", work("signer/signer.pem"), *feature, "--signer-command"]
-        for chip, options in [("mediatek", feature), ("unisoc", [*feature, "--imei", "352099001761481"])]:
-            self.expect(inside(chip, "check"), 1, "not valid", "open path error =/" + STORES[chip])
-            self.expect(inside(chip, "provision", *pair("forger"), *options), 1, "the login", "signature failure")
-            self.expect(inside(chip, "provision", *pair(), *options), 0, "provisioned")
-            self.expect(inside(chip, "check"), 0, "valid")
-        if not NATIVE:
-            return
-        for way, code in [(blind, 0), (careful, 0), (blind + "; exit 3", 1), ("echo bm8=", 1), ("/", 2)]:
-            self.expect(on_phone("mediatek", "provision", *by_command, way), code)
-        line = f"{KELCTL[0]} --phone {work('unisoc')} line"
-        self.expect(kelctl("provision", *by_command, careful, "--line-command", line), 1, "its record", "--imei")
+        self.expect(self.provision("--imei", IMEI), 0, "  deviceModel  MDF1KX67\n")
+        requests = read(work("phone.log")).decode().splitlines()
+        self.assertEqual([requests[0], requests[2]], ["challenge 64", f"record featureCode=F01A&IMEI={IMEI}"])
+        self.assertEqual([requests[1], requests[3]], ["respond " + signed(CHALLENGE, work("signer")),
+                                                      "import " + signed(content_of(RECORD), work("signer"))])
+        self.assertEqual(read(work("signer.log")).decode(), f"challenge {CHALLENGE}\nrecord {RECORD}\n")
+        entry = json.loads(read(work("journal")))
+        self.assertEqual([entry[key] for key in ["record", "outcome", "step", "reasons"]],
+                         [RECORD, "provisioned", "", []])
+        self.assertLess(entry["start"], entry["end"])
+        modem = RECORD.replace(IMEI, f"\\r\\n{IMEI}\\r\\nOK")
+        self.expect(self.provision("--imei", IMEI, phone={"record": "ok " + modem}), 0, rf"\x0D\x0A{IMEI}")
 
-    def test_line_mode_survives_every_line(self):
-        lines = ["challenge 4\r", "challenge 251", "challenge", "record featureCode=F", "respond " + signed("other"),
-                 "", "respond \\x", "respond a\0b", "x" * 16385, "x" * 16384 + "\r", "import x", "challenge 0",
-                 "respond " + signed(""), "record featureCode=a\\\\b", "import " + signed("other")]
-        result = on_phone("mediatek", "line", stdin="\n".join(lines).encode())
-        answers = ["ok ", "failed: challenge takes", "ok ", "failed: kelo_get_para err", "failed: signature err",
-                   "failed: unknown", r"failed: a backslash stands only in \\n", "failed: a NUL", "failed: a line",
-                   "failed: unknown", "failed: in == NULL", "ok", "ok", "ok buildTime=", "failed: signature err"]
-        self.assertEqual(len(result[1].splitlines()), len(answers), result)
-        for line, answer, expected in zip(lines, result[1].splitlines(), answers):
-            self.assertTrue(answer.startswith(expected), (line, answer))
-        self.assertIn("&featureCode=a\\\\b&", result[1])
+    def test_stops_at_the_first_fault(self):
+        def record(old, new):
+            return {"record": "ok " + RECORD.replace(old, new)}
 
-    def test_one_shot_commands(self):
-        report = json.loads(on_phone("mediatek", "security", "--json")[1])
-        self.assertEqual((len(report), report["ro.boot.efusemode"]), (24, "hw"))
-        self.expect(on_phone("mediatek", "security"), 0, f"{'ro.boot.efusemode':<42} hw\n")
-        self.expect(on_phone("mediatek", "efuse"), 0, "efused")
-        subprocess.run([PHONE, "set", work("mediatek"), "ro.boot.efusemode=sw"], check=True)
-        self.expect(on_phone("mediatek", "--log", "efuse"), 1, "not efused", "I kelchk: chip=mt6768\n")
-        os.remove(work("unisoc/vendor/lib/libefuse.so"))
-        self.expect(on_phone("unisoc", "efuse"), 0, "efused", "dlopen /vendor/lib64/libefuse.so")
-        reasons = "  rid=spab12cd3400000000\n  signature err\n"
-        for text, code, err in [(signed(CHIP_IDS["unisoc"]), 0, ""), (signed("other"), 1, reasons)]:
-            result = on_phone("unisoc", "authorize", "-", stdin=text.encode())
-            self.assertEqual((result[0], result[2]), (code, err))
-        write("unisoc/sys/kelonix/hwinfo/chip_uid", b"12\n")
-        self.expect(on_phone("unisoc", "authorize", "-", stdin=signed("sp12").encode()), 1, err="rid=sp12\\n\n")
+        def signs(folder="signer", **options):
+            return {"challenge": {"folder": work(folder), **options}}
 
-    def test_explains_as_the_library_judges(self):
-        chip_id, bad = CHIP_IDS["mediatek"], "factoryCert=" + "A" * 1024
-        good = signed(chip_id)
-        cut = lambda text, count: text.replace(certificate(), certificate()[:count])
-        for text, code in [
-                (good, 0), (good + "&", 0), (good + "\n", 1), (good + "\0\n", 0), (good + "&x=" + "y" * 4096, 0),
-                ("x=" + "y" * 2500 + "&" + good, 1), ("", 1), ("sign=&" + good, 1), (bad + "&" + good, 1),
-                (cut(good, 1023), 1), (cut(good, 1024), 1), (signed(chip_id, "forger"), 1),
-                (signed(chip_id, "short"), 1), (signed(chip_id, "expired"), 0), (signed("mt02"), 1),
-                (good + "&sign=x", 0), (signed(chip_id, sign=signature(chip_id)[:255]), 1),
-                (signed(chip_id, sign=signature(chip_id) + b"x"), 1), (signed(chip_id, cert=certificate("forger")), 1)]:
-            self.agree("auFile.dat", text, code, ["--chip-id", chip_id])
-        self.expect(inside("mediatek", "provision", *pair(), "--feature-code", "F"), 0)
-        parts = json.loads(inside("mediatek", "explain", "--json", "/" + STORES["mediatek"] + "/startPara.dat")[1])
-        text = "&".join(f"{field['key']}={field['value']}" for field in parts["fields"][:12])
-        for old, new, code in [("ver=", "x=1&ver=01&psn=1&ver=", 0), ("&time=", "&tyme=", 1), ("psn=", "psn=&psn=", 1),
-                               ("Aldan", "A" * 1024, 1), ("352099001761481", "3" * 1024, 0)]:
-            content = signed(parts["content"].replace(old, new))
-            self.agree("startPara.dat", text.replace(old, new) + "&" + content, code, [])
-        self.expect(kelctl("explain", "--message", "x", "-", stdin=f"{RECORD}&{signed('x')}".encode()), 3, CONTENT)
-        self.expect(kelctl("explain", "-", stdin=good.encode()), 3, "undecided")
-        self.expect(kelctl("explain", "-", stdin=RECORD.encode()), 0, CONTENT)
-        self.expect(kelctl("explain", "-", stdin=RECORD.replace("=01", "=02").encode()), 1, "ver must be 01")
+        foreign = "the signature does not belong to the certificate"
+        # phone, signer, exit code, step, reason, requests that the signer saw
+        rows = [
+            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge", "34 characters", 0),
+            ({"challenge": "ok mt" + "0" * 62}, {}, 1, "challenge signature", "character 1 of the challenge", 0),
+            ({"challenge": "failed: a; b"}, {}, 1, "challenge", "b", 0),
+            ({"challenge": "ok \\x"}, {}, 4, "challenge", "backslash", 0),
+            ({"challenge": "\x1b]0;x\x07\x9b31m"}, {}, 4, "challenge", "an answer begins with", 0),
+            ({"respond": "failed: \u202esignature err"}, {}, 1, "login", "signature err", 1),
+            ({"record": "failed: IMEI err=5"}, {}, 1, "record", "A Unisoc phone needs --imei.", 1),
+            (record(IMEI, "352099001761482"), {}, 1, "record", "352099001761482", 1),
+            (record("F01A", "F01B"), {}, 1, "record", "F01B", 1),
+            (record("Aldan", "\x1b[2J"), {}, 1, "record signature", "deviceBrand", 1),
+            (record("Aldan", "A&psn=x"), {}, 1, "record signature", "13 fields", 1),
+            ({"import": "failed: psn err"}, {}, 1, "import", "psn err", 2),
+            ({}, {"challenge": "failed: not allowed"}, 1, "challenge signature", "not allowed", 1),
+            ({}, {"record": "ok x"}, 4, "record signature", "factoryCert is missing", 2),
+            ({}, signs("forger", cert=work("signer")), 4, "challenge signature", foreign, 1),
+            ({}, signs(options=["-sha1"]), 4, "challenge signature", foreign, 1),
+            ({}, signs(options=["-sha256", "-sigopt", "rsa_padding_mode:pss"]), 4, "challenge signature", foreign, 1),
+            ({}, signs(options="raw"), 4, "challenge signature", foreign, 1),
+            ({}, signs("short"), 4, "challenge signature", "1024 to 4095", 1),
+            ({}, {"challenge": "ok x=1&" + signed(CHALLENGE, work("signer"))}, 4, "challenge signature", "more than", 1),
+            ("echo failed", {}, 4, "challenge", "begins with", 0),
+            ("exit 3", {}, 4, "challenge", "it ended before it answered", 0),
+            ("sleep 1000", {}, 4, "challenge", "no answer within 1 seconds", 0),
+            ({}, "sleep 1000", 4, "challenge signature", "no answer within 1 seconds", 0),
+            ("cat /dev/zero", {}, 4, "challenge", "longer than the 16384 bytes", 0),
+            ({}, "cat /dev/zero", 4, "challenge signature", "longer than the 16384 bytes", 0),
+            ({}, "yes", 4, "challenge signature", "begins with", 0),
+        ]
+        for phone, signer, code, step, reason, seen in rows:
+            with self.subTest(phone=phone, signer=signer):
+                timeout = ["--timeout", "1"] if "sleep 1000" in (phone, signer) else ["--imei", IMEI]
+                imei = [] if "IMEI" in str(phone) else timeout
+                result = self.provision(*imei, phone=phone, signer=signer)
+                self.expect(result, code, "not provisioned\n" if code == 1 else "session failed\n", step)
+                entry = json.loads(read(work("journal")))
+                self.assertEqual(entry["step"], step)
+                self.assertIn(reason, entry["reasons"][-1])
+                self.assertEqual(len(read(work("signer.log")).splitlines()), seen)
 
-    def agree(self, name, text, code, options):
-        with self.subTest(name=name, text=text[-60:]):
-            make_phones()
-            os.mkdir(work("mediatek", STORES["mediatek"]))
-            path = write("mediatek/" + STORES["mediatek"] + "/" + name, text.encode())
-            verdict = "verdict: " + ["holds", "does not hold"][code]
-            self.expect(kelctl("explain", *TRUE_ROOT[:2], *options, path), code, verdict)
-            self.expect(on_phone("mediatek", "check"), code)
+    def test_says_in_json_what_the_journal_says(self):
+        result = self.provision("--json", phone={"respond": "failed: \u202e\\; b"})
+        self.expect(result, 1, '"reasons": ["\\\\xE2\\\\x80\\\\xAE\\\\\\\\", "b"]')
+        self.assertEqual(result[1], read(work("journal")).decode())
+
+    def test_ends_the_sessions_however_it_ends(self):
+        pids = work("pids")
+        command = f"sleep 1000 & echo $! $$ > {pids}; wait"
+        for kill in [signal.SIGINT, signal.SIGKILL, None]:
+            process = subprocess.Popen([KELCTL, "provision", "--phone-command", command, "--signer-command", "cat",
+                                        "--feature-code", "F", "--timeout", "3" if kill is None else "60"],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.wait_until(lambda: os.path.exists(pids) and read(pids).count(b" ") == 1)
+            started = read(pids).split()
+            if kill is not None:
+                process.send_signal(kill)
+            process.wait(timeout=30)
+            self.wait_until(lambda: not any(self.is_running(pid.decode()) for pid in started))
+            os.remove(pids)
+
+    @staticmethod
+    def is_running(pid):
+        try:
+            return read(f"/proc/{pid}/stat").rpartition(b") ")[2][:1] != b"Z"
+        except FileNotFoundError:
+            return False
+
+    def wait_until(self, holds):
+        deadline = time.monotonic() + 10
+        while not holds():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.02)
+
+    def test_says_what_cannot_be_used(self):
+        phone, signer = ["--phone-command", "cat"], ["--signer-command", "cat"]
+        feature, key = ["--feature-code", "F"], ["--key", "k"]
+        for arguments, err in [
+                ([], "subcommand"), (["chek"], "subcommand"), (["provision", *phone, *signer], "--feature-code"),
+                (["provision", *phone, *signer, "--feature-code", "a&b"], 'without \\"&\\"'.replace("\\", "")),
+                (["provision", *phone, *signer, "--feature-code", "\x1b[2J"], "printable"),
+                (["provision", *phone, *signer, *feature, "--imei", "12"], "15 digits"),
+                (["provision", *phone, *signer, *feature, "--timeout", "0"], "--timeout"),
+                (["provision", *phone, *feature, *key], "--cert"), (["provision", *signer, *feature], "--phone"),
+                (["provision", *phone, *signer, *feature, *key, "--cert", ROOT + "/root.pem"], "option"), (["explain"], "FILE"),
+                (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", WORK.name], "directory"),
+                (["explain", "/dev/zero"], "16777216 bytes"), (["explain", "--root", "/dev/zero", "x"], "1048576 bytes"),
+                (["explain", "--root", work("extensions"), "x"], "one certificate in PEM was expected")]:
+            with self.subTest(arguments=arguments):
+                self.expect(kelctl(*arguments), 2, err=err)
+        self.expect(self.provision(journal="none/journal"), 2, "provisioned\n", "none/journal")
+        with open("/dev/full", "w") as full:
+            for arguments in [["--help"], ["explain", ROOT + "/root.pem"], ["explain", "--json", ROOT + "/root.pem"]]:
+                self.assertEqual(subprocess.run([KELCTL, *arguments], stdout=full, stderr=subprocess.PIPE).returncode, 2)
+
+    def test_judges_as_the_library_does(self):
+        chip_id, root = "mt01", ["--root", ROOT + "/root.pem"]
+        good, bad = signed(chip_id, work("signer")), "factoryCert=" + "A" * 1024
+        parts = dict(field.split("=", 1) for field in good.split("&"))
+        whole = RECORD + "&" + signed(content_of(RECORD), work("signer"))
+
+        def resigned(old, new, signed_as=None):
+            record = RECORD.replace(old, new)
+            return record + "&" + signed(content_of(RECORD).replace(old, new) if signed_as is None else signed_as,
+                                         work("signer"))
+
+        by_id, by_root = [*root, "--chip-id", chip_id], root
+        rows = [  # text, options, exit code, words
+            (good, by_id, 0, "holds signature   it was made over 4 characters"),
+            (good + "&", by_id, 0, ""), (good + "\0\n", by_id, 0, ""), (good + "&x=" + "y" * 4096, by_id, 0, "longer"),
+            (good + "\n", by_id, 1, "a line break stands at the end of sign"), ("", by_id, 1, "no known record"),
+            ("x=" + "y" * 2500 + "&" + good, by_id, 1, "length"), ("sign=&" + good, by_id, 1, "sign stands 2 times"),
+            (bad + "&" + good, by_id, 1, "not a certificate in DER"), (good, root, 3, "name what was signed"),
+            (good, by_id[2:], 3, "name the root"), (good, [*root, "--message", "mt02"], 1, "it was not made over"),
+            (f"factoryCert={parts['factoryCert'][:1023]}&sign={parts['sign']}", by_id, 1, "has 1023 characters"),
+            (good[:600], by_id, 1, "the file is cut: it ends in factoryCert, after 588"),
+            (good[:-100], by_id, 1, "the file is cut: it ends in sign, after 244"),
+            (signed(chip_id, work("forger")), by_id, 1, "but does not verify with it: "),
+            (signed(chip_id, work("expired")), by_id, 0, "a phone does not mind: certificate has expired"),
+            (signed(chip_id, work("short")), by_id, 1, "1024 to 4095"),
+            (signed(chip_id, work("signer"), ["-sha1"]), by_id, 1, "it was not made over"),
+            (whole, by_root, 0, "it has its twelve values"), (whole[:200], by_root, 1, "the file is cut: it ends in"),
+            (whole[:400], by_root, 1, "the file is cut: it ends in factoryCert"),
+            (resigned("Aldan", "A" * 1024), by_root, 1, "deviceBrand is too long to be compared"),
+            (resigned(IMEI, "3" * 1024), by_root, 0, "warns policy      a signer would not sign this record: imei"),
+            (resigned("&ver=", "&psn=1&ver=", content_of(RECORD)), by_root, 0, "psn stands 2 times"),
+            (resigned("&time=", "&tyme=", "x"), by_root, 1, "time is missing"),
+            (RECORD, [], 0, "canonical content, 157 characters\n  " + content_of(RECORD)),
+            (RECORD.replace("=01", "=02"), [], 1, "ver must be 01"), (RECORD[:100], [], 1, "the file is cut"),
+        ]
+        for text, options, code, words in rows:
+            with self.subTest(text=text[-60:], options=options):
+                result = kelctl("explain", *options, "-", stdin=text.encode())
+                self.expect(result, code, words)
+                self.expect(result, code, "verdict: " + ["holds", "does not hold", "", "undecided"][code])
+
+    def test_explains_certificates_and_the_library(self):
+        root, forged = ROOT + "/root.pem", work("forged-root/root.pem")
+        bundle = write("bundle", read(work("signer/cert")) + read(work("forger/cert")) + b"trailing bytes")
+        library = read(LIBRARY)
+        fingerprint = openssl("x509", "-in", root, "-noout", "-fingerprint", "-sha256").decode().split("=")[1]
+        for content, options, code, words in [
+                (read(root), [], 0, "holds root        a library can be built with it"),
+                (read(root), ["--root", forged], 1, "it is not the root given"),
+                (read(work("signer/cert")), ["--root", root], 0, "the root issued the certificate"),
+                (read(work("short/cert")), ["--root", root], 1, "1024 to 4095"), (read(work("signer/cert")), [], 3, ""),
+                (read(bundle), ["--root", root], 1, "fails chain       certificate 2: "),
+                (read(root)[:500], [], 1, "the file is cut: it ends inside a certificate"),
+                (re.sub(b"MII", b"---", read(root), 1), [], 1, "it cannot be read"),
+                (library, [], 0, fingerprint), (library, ["--root", root], 0, "it is the root given"),
+                (library, ["--root", forged], 1, "it is not the root given"),
+                (library[:len(library) // 2], [], 1, "the file is cut: it has"), (library[:5], [], 1, "the file is cut"),
+                (library.replace(b"BEGIN CERT", b"BEGIN cert"), [], 1, "0 certificates are embedded"),
+                (library + read(root), [], 1, "2 certificates are embedded")]:
+            with self.subTest(content=content[-40:], options=options):
+                self.expect(kelctl("explain", *options, "-", stdin=content), code, words)
+
+    def test_sums_up_several_files(self):
+        record, signer = write("record", RECORD), write("authorization", signed("mt01", work("signer")))
+        self.expect(kelctl("explain", record, signer), 3, f"files\n  holds          {record}: device parameter record")
+        self.expect(kelctl("explain", record, "/dev/zero", signer), 2, "  unreadable     /dev/zero\n")
+        objects = [json.loads(line) for line in kelctl("explain", "--json", record, signer)[1].splitlines()]
+        self.assertEqual([file["verdict"] for file in objects], ["holds", "undecided"])
+        self.assertEqual(objects[0]["fields"][4], {"key": "deviceBrand", "value": "Aldan"})
+        self.assertEqual(objects[1]["certificates"][0]["key"], "RSA of 2048 bits")
+
+    def test_shows_every_byte_as_itself(self):
+        os.mkdir(work("names"))
+        root = work("names", "\x1b[31m\u202e\xe9")
+        openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", os.devnull, "-out", root, "-utf8",
+                "-subj", "/CN=\x1b]0;x\x07 verdict: holds\u202e")
+        self.expect(kelctl("explain", root), 0, r'CN="\x1B]0;x\x07 verdict: holds\xE2\x80\xAE"')
+        shown = set()
+        values = ["\x1b", "\\x1B", "\\\\x1B", "\n", "\\n", "\\x0A", "\x9b", "\xc2\x9b", "\ufffd", '"', "\x7f"]
+        for value in values:
+            record = RECORD.replace("Aldan", value).encode("latin-1" if ord(value[0]) < 256 else "utf-8")
+            for options in [], ["--json"]:
+                result = kelctl("explain", *options, "-", stdin=record)
+                self.expect(result, 1 if not value.isprintable() or not value.isascii() else 0)
+                shown.add(result[1])
+        self.assertEqual(len(shown), 2 * len(values))
+
+    def test_starts_the_programs_beside_it(self):
+        folder = work("beside")
+        os.mkdir(folder)
+        shutil.copy(KELCTL, folder)
+        for name in ["phone", "kelphone", "kelsign"]:
+            write(f"beside/{name}", f"#!/bin/sh\necho {name} $* > {folder}/{name}.started\nsleep 1000\n")
+            os.chmod(work("beside", name), 0o755)
+        certificate = ROOT + "/root.pem"
+        result = subprocess.run([folder + "/kelctl", "provision", "--phone", WORK.name, "--key", "pkcs11:x", "--cert",
+                                 certificate, "--feature-code", "F", "--timeout", "1"], capture_output=True)
+        self.assertEqual(result.returncode, 4, result)
+        self.assertEqual(read(folder + "/phone.started").decode(), f"phone run {WORK.name} -- {folder}/kelphone line\n")
+        self.assertEqual(read(folder + "/kelsign.started").decode(),
+                         f"kelsign line --key pkcs11:x --cert {certificate} --feature-code F\n")
 
 
 if __name__ == "__main__":
