@@ -16,7 +16,7 @@ namespace kelctl {
 namespace {
 
 constexpr int kRootKeyBits = 2048;
-constexpr size_t kMaxCertificateFileLen = 1024 * 1024;
+constexpr size_t kMaxCertificateFileLen = 1 << 20;
 
 template <typename Write>
 std::string printed(Write write) {

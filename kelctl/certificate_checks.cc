@@ -43,7 +43,7 @@ std::string chain_words(const kelchk::ChainVerdict& verdict, X509* root, X509* s
   const std::string issuer = name_text(X509_get_issuer_name(signer));
   const std::string root_name = name_text(X509_get_subject_name(root));
   if (issuer != root_name) {
-    return fmt::format("\"{}\" issued the certificate, not the root \"{}\": {}", issuer, root_name, error);
+    return fmt::format(R"("{}" issued the certificate, not the root "{}": {})", issuer, root_name, error);
   }
   return fmt::format("the certificate names the root as its issuer, but does not verify with it: {}", error);
 }
@@ -55,7 +55,7 @@ void check_root(X509* given, X509* root, Findings& findings) {
   findings.judge("chain", X509_cmp(given, root) == 0 ? "" : fault, "it is the root given");
 }
 
-void check_signer(X509* certificate, X509* root, Findings& findings) {
+void check_signer(X509* root, X509* certificate, Findings& findings) {
   const size_t len = (static_cast<size_t>(i2d_X509(certificate, nullptr)) + 2) / 3 * 4;
   const std::string words = fmt::format("factoryCert will have {} characters", len);
   const bool is_taken = len >= KELCHK_CERTIFICATE_TEXT_MIN && len <= KELCHK_CERTIFICATE_TEXT_MAX;
@@ -65,11 +65,11 @@ void check_signer(X509* certificate, X509* root, Findings& findings) {
   check_chain(root, certificate, findings);
 }
 
-void check_certificate(X509* certificate, bool is_root, X509* root, Findings& findings) {
+void check_certificate(X509* given, X509* certificate, bool is_root, Findings& findings) {
   if (certificate == nullptr) return findings.add("certificate", State::kFails, "it cannot be read");
   findings.certificates.push_back(facts_of(certificate));
-  if (is_root || is_self_issued(certificate)) return check_root(root, certificate, findings);
-  check_signer(certificate, root, findings);
+  if (is_root || is_self_issued(certificate)) return check_root(given, certificate, findings);
+  check_signer(given, certificate, findings);
 }
 
 }  // namespace
@@ -90,7 +90,7 @@ bool check_certificates(std::string_view bytes, const Question& question, Findin
   findings.extent = fmt::format("{} bytes", bytes.size());
   for (size_t i = 0; i < count; ++i) {
     const size_t first_check = findings.checks.size();
-    check_certificate(found.certificates[i].get(), is_library(bytes), question.root.get(), findings);
+    check_certificate(question.root.get(), found.certificates[i].get(), is_library(bytes), findings);
     for (size_t k = first_check; count > 1 && k < findings.checks.size(); ++k) {
       findings.checks[k].words = fmt::format("certificate {}: {}", i + 1, findings.checks[k].words);
     }

@@ -16,7 +16,7 @@ namespace kelctl {
 namespace {
 
 // Above every library; of records a phone reads far less.
-constexpr size_t kMaxFileLen = 16 * 1024 * 1024;
+constexpr size_t kMaxFileLen = 16 << 20;
 
 Findings examine_file(const std::string& path, const Question& question) {
   Findings findings;

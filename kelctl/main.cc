@@ -118,8 +118,8 @@ class CommandLine {
   int run_provision() {
     using common::beside_this_program;
     provisioned_.timeout = std::chrono::seconds(timeout_);
-    const std::string phone = beside_this_program("phone"), kelphone = beside_this_program("kelphone");
-    provisioned_.phone_command = {phone, "run", phone_, "--", kelphone, "line"};
+    const std::string kelphone = beside_this_program("kelphone");
+    provisioned_.phone_command = {beside_this_program("phone"), "run", phone_, "--", kelphone, "line"};
     if (phone_.empty()) provisioned_.phone_command = {"sh", "-c", phone_command_};
     provisioned_.signer_command = {
         beside_this_program("kelsign"), "line", "--key", key_, "--cert", certificate_, "--feature-code",

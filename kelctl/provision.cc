@@ -62,7 +62,7 @@ void require_value(const Pass& pass, const char* key, const std::string& expecte
   const std::string value = common::value_of(pass.record, key);
   if (is_whole ? value == expected : value.find(expected) != std::string::npos) return;
   throw Declined("the record is not that of the phone expected",
-                 {fmt::format("{} is \"{}\", not \"{}\"", key, value, expected)});
+                 {fmt::format(R"({} is "{}", not "{}")", key, value, expected)});
 }
 
 void take_record(Pass& pass, Session& phone) {

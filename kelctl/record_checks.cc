@@ -19,7 +19,8 @@ using kelchk::kRecordKeys;
 // A phone compares shorter values only.
 constexpr size_t kComparedCap = 1024;
 
-constexpr size_t kSignatureTextLen = (KELCHK_SIGNATURE_LEN + 2) / 3 * 4;
+// In base64.
+constexpr size_t kSignatureTextLen = 344;
 
 constexpr const char* kSignerKeys[] = {"factoryCert", "sign"};
 

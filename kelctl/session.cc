@@ -20,7 +20,7 @@ common::Answer parse(const std::string& name, const std::string& line) {
 std::vector<std::string> split_reasons(std::string_view text) {
   constexpr std::string_view kSeparator = "; ";
   std::vector<std::string> reasons;
-  for (size_t end; (end = text.find(kSeparator)) != std::string_view::npos; text.remove_prefix(end + 2)) {
+  for (size_t end = 0; (end = text.find(kSeparator)) != std::string_view::npos; text.remove_prefix(end + 2)) {
     reasons.emplace_back(text.substr(0, end));
   }
   reasons.emplace_back(text);
