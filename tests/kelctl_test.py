@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-# Usage: kelctl_test.py KELCTL LIBRARY ROOT
+# Usage: kelctl_test.py KELCTL LIBRARY ROOT PHONE
 #        kelctl_test.py stand-in LOG ANSWERS
-# kelctl between stand-ins for a phone and a signer, and over files. ROOT is the folder of the root that LIBRARY trusts.
+# kelctl between stand-ins for a phone and a signer, with the programs beside it on phones that PHONE makes and runs, and
+# over files. ROOT is the folder of the root that LIBRARY trusts.
 # A stand-in writes each request to LOG and answers it as the JSON object ANSWERS says of its verb.
 import base64
 import json
@@ -59,7 +60,9 @@ def stand_in(log, answers):
 if sys.argv[1] == "stand-in":
     sys.exit(stand_in(*sys.argv[2:]))
 
-KELCTL, LIBRARY, ROOT = sys.argv[1:]
+KELCTL, LIBRARY, ROOT, PHONE = sys.argv[1:]
+BESIDE = os.path.dirname(os.path.realpath(KELCTL))
+CHIP_ID = "mt0123456789abcdef0123456789000000"  # of a phone that PHONE makes
 WORK = tempfile.TemporaryDirectory()
 TOOLS = os.path.dirname(os.path.realpath(__file__)) + "/../tools/"
 
@@ -188,6 +191,26 @@ class KelctlTest(unittest.TestCase):
                 self.assertIn(reason, entry["reasons"][-1])
                 self.assertEqual(len(read(work("signer.log")).splitlines()), seen)
 
+    def on_phone(self, name, *command):
+        return subprocess.run([PHONE, "run", work(name), "--", BESIDE + "/kelphone", *command], capture_output=True)
+
+    def make_phone(self, name, chip):
+        subprocess.run([PHONE, "make", work(name), "--chip", chip, "--vendor-libraries", BESIDE + "/simulator/vendor"],
+                       check=True)
+
+    def test_provisions_simulated_phones(self):
+        path = {**os.environ, "PATH": os.path.dirname(PHONE) + ":" + os.environ["PATH"]}
+        for chip, store, imei in [("mediatek", "persist", []), ("unisoc", "productinfo", ["--imei", IMEI])]:
+            self.make_phone(chip, chip)
+            provision = ["provision", "--phone", work(chip), "--cert", work("signer", "cert"), "--key",
+                         work("signer", "key"), "--feature-code", "F01A"]
+            if imei:
+                self.expect(kelctl(*provision, env=path), 1, "", "A Unisoc phone needs --imei.")
+            self.expect(kelctl(*provision, *imei, env=path), 0, "provisioned")
+            self.assertEqual(self.on_phone(chip, "check").returncode, 0)
+            stored = work(chip, f"mnt/vendor/{store}/startPara/startPara.dat")
+            self.expect(kelctl("explain", "--root", ROOT + "/root.pem", stored), 0, "verdict: holds")
+
     def test_says_in_json_what_the_journal_says(self):
         result = self.provision("--json", phone={"respond": "failed: \u202e\\; b"})
         self.expect(result, 1, '"reasons": ["\\\\xE2\\\\x80\\\\xAE\\\\\\\\", "b"]')
@@ -243,7 +266,7 @@ class KelctlTest(unittest.TestCase):
                 self.assertEqual(subprocess.run([KELCTL, *arguments], stdout=full, stderr=subprocess.PIPE).returncode, 2)
 
     def test_judges_as_the_library_does(self):
-        chip_id, root = "mt01", ["--root", ROOT + "/root.pem"]
+        chip_id, root = CHIP_ID, ["--root", ROOT + "/root.pem"]
         good, bad = signed(chip_id, work("signer")), "factoryCert=" + "A" * 1024
         parts = dict(field.split("=", 1) for field in good.split("&"))
         whole = RECORD + "&" + signed(content_of(RECORD), work("signer"))
@@ -255,7 +278,7 @@ class KelctlTest(unittest.TestCase):
 
         by_id, by_root = [*root, "--chip-id", chip_id], root
         rows = [  # text, options, exit code, words
-            (good, by_id, 0, "holds signature   it was made over 4 characters"),
+            (good, by_id, 0, "holds signature   it was made over 34 characters"),
             (good + "&", by_id, 0, ""), (good + "\0\n", by_id, 0, ""), (good + "&x=" + "y" * 4096, by_id, 0, "longer"),
             (good + "\n", by_id, 1, "a line break stands at the end of sign"), ("", by_id, 1, "no known record"),
             ("x=" + "y" * 2500 + "&" + good, by_id, 1, "length"), ("sign=&" + good, by_id, 1, "sign stands 2 times"),
@@ -277,11 +300,18 @@ class KelctlTest(unittest.TestCase):
             (RECORD, [], 0, "canonical content, 157 characters\n  " + content_of(RECORD)),
             (RECORD.replace("=01", "=02"), [], 1, "ver must be 01"), (RECORD[:100], [], 1, "the file is cut"),
         ]
+        self.make_phone("judge", "mediatek")
+        stored = work("judge", "mnt/vendor/persist/startPara")
+        os.mkdir(stored)
         for text, options, code, words in rows:
             with self.subTest(text=text[-60:], options=options):
                 result = kelctl("explain", *options, "-", stdin=text.encode())
                 self.expect(result, code, words)
                 self.expect(result, code, "verdict: " + ["holds", "does not hold", "", "undecided"][code])
+                if options == by_id:
+                    shutil.rmtree(work("judge", "kelofs/startPara"), ignore_errors=True)
+                    write(stored + "/auFile.dat", text)
+                    self.assertEqual(self.on_phone("judge", "check").returncode, code)
 
     def test_explains_certificates_and_the_library(self):
         root, forged = ROOT + "/root.pem", work("forged-root/root.pem")
