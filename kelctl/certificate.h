@@ -31,7 +31,7 @@ struct PemCertificates {
   bool is_cut = false;                              // the last block has no end
 };
 
-// The certificates that stand in |bytes| in PEM, whatever stands around them.
+// The certificates in PEM in |bytes|; whatever surrounds them is ignored.
 PemCertificates find_certificates(std::string_view bytes);
 
 // The one certificate in the PEM file |path|. Throws common::Error, naming it, when there is none or more than one.

@@ -61,7 +61,7 @@ void log_in(Pass& pass, Session& phone, Session& signer) {
 void require_value(const Pass& pass, const char* key, const std::string& expected, bool is_whole) {
   const std::string value = common::value_of(pass.record, key);
   if (is_whole ? value == expected : value.find(expected) != std::string::npos) return;
-  throw Declined("the record is not that of the phone expected",
+  throw Declined("the record does not match the request",
                  {fmt::format(R"({} is "{}", not "{}")", key, value, expected)});
 }
 

@@ -62,7 +62,7 @@ void warn_of_repeated_fields(Findings& findings) {
   for (const auto& [key, count] : counts) {
     if (count == 1) continue;
     findings.add("fields", State::kWarns,
-                 fmt::format("{} stands {} times; a phone takes the first that is short enough", key, count));
+                 fmt::format("{} appears {} times; a phone takes the first that is short enough", key, count));
   }
 }
 

@@ -43,7 +43,7 @@ std::string ask_signature(Session& signer, common::TextKind kind, const std::str
   std::string record = signer.ask(is_record ? "record" : "challenge", text);
   const std::string fault = answer_fault(record, common::message_to_sign(kind, text));
   if (fault.empty()) return record;
-  throw common::SessionError("the signer: its answer is not used: " + fault);
+  throw common::SessionError("the signer: unusable answer: " + fault);
 }
 
 }  // namespace kelctl

@@ -42,7 +42,7 @@ std::string certificate_fault(const SignerRecord& record, std::string_view der) 
 std::string signature_fault(std::string_view encoded, std::string_view signature) {
   if (signature.size() == KELCHK_SIGNATURE_LEN) return "";
   if (encoded.empty()) return "sign is missing, empty or too long";
-  if (encoded.ends_with('\n')) return "a line break stands at the end of sign";
+  if (encoded.ends_with('\n')) return "sign ends in a line break";
   if (signature.empty()) return fmt::format("the {} characters of sign are not base64 on one line", encoded.size());
   return fmt::format("sign has {} bytes; {} were expected", signature.size(), KELCHK_SIGNATURE_LEN);
 }
@@ -76,7 +76,7 @@ std::string answer_fault(std::string_view answer, std::string_view message) {
   if (!is_signed(record, message)) return "the signature does not belong to the certificate";
   const std::string expected =
       fmt::format("factoryCert={}&sign={}", record.certificate_text, common::value_of(answer, "sign"));
-  return answer == expected ? "" : "more than factoryCert and sign came";
+  return answer == expected ? "" : "it holds more than factoryCert and sign";
 }
 
 }  // namespace kelctl
