@@ -318,7 +318,7 @@ class KelphoneTest(unittest.TestCase):
         result = subprocess.run([*KELPHONE, "check"], capture_output=True)
         self.expect(result, 2, err="phone run DIR -- kelphone check")
         self.assertFalse(os.path.exists("/kelofs"))
-        self.expect(subprocess.run([*KELPHONE, "version"], capture_output=True), 0, "kelphone 2")
+        self.expect(subprocess.run([*KELPHONE, "version"], capture_output=True), 0, "kelphone 1.")
 
     @unittest.skipIf(os.geteuid() != 0, "needs a second user")
     def test_root_becomes_the_owner_of_the_phone(self):
