@@ -75,23 +75,29 @@ bool deliver(int prio, const char* tag, const std::string& text) {
   return write_line(STDERR_FILENO, line_for_people(prio, tag, text, ::isatty(STDERR_FILENO) == 1));
 }
 
+// Callers report errno after they have logged something else.
+struct KeepErrno {
+  KeepErrno() = default;
+  KeepErrno(const KeepErrno&) = delete;
+  KeepErrno& operator=(const KeepErrno&) = delete;
+  ~KeepErrno() { errno = saved; }
+
+  int saved = errno;
+};
+
 }  // namespace
 
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-  const int saved_errno = errno;  // callers report errno after they have logged something else
+  const KeepErrno keep_errno;
   va_list args;
   va_start(args, fmt);
   const std::string text = format(fmt, args);
   va_end(args);
-  const bool delivered = deliver(prio, tag ? tag : "", text);
-  errno = saved_errno;
-  return delivered ? 1 : -1;
+  return deliver(prio, tag ? tag : "", text) ? 1 : -1;
 }
 
-// Not by way of the other, which a program may have replaced by one that calls this.
+// Does not call __android_log_print, which a program may have replaced by one that calls this.
 int __android_log_write(int prio, const char* tag, const char* text) {
-  const int saved_errno = errno;
-  const bool delivered = deliver(prio, tag ? tag : "", text);
-  errno = saved_errno;
-  return delivered ? 1 : -1;
+  const KeepErrno keep_errno;
+  return deliver(prio, tag ? tag : "", text ? text : "") ? 1 : -1;
 }
