@@ -64,8 +64,9 @@ std::string judge(const Case& row) {
   set_record(file.record);
   EXPECT_EQ(import(file), row.verdict);
   EXPECT_EQ(state_of(file.temporary, file.content()), is_valid ? "none" : "new");
-  EXPECT_EQ(state_of(file.primary, file.content()), is_valid ? "new" : "old");
-  EXPECT_EQ(state_of(file.backup, file.content()), is_valid ? "new" : "old");
+  for (const std::string& path : {file.primary, file.backup}) {
+    EXPECT_EQ(state_of(path, file.content()), is_valid ? "new" : "old");
+  }
   EXPECT_EQ(g_is_authed, 1);
   EXPECT_EQ(content_of(g_para_buf), file.record);
   const std::string import_log = transcript(errors(take_log()));
@@ -84,7 +85,7 @@ std::string judge(const Case& row) {
 
   std::string logs = "== " + row.name + (is_valid ? ": valid\n" : ": refused\n") + import_log;
   if (check_log != import_log) logs += "in the check\n" + check_log;
-  for (const std::string& line : log_file) logs += "log file \"" + line + "\"\n";
+  for (const std::string& line : log_file) logs += "log file " + testing::PrintToString(line) + "\n";
   return logs;
 }
 

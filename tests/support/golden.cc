@@ -12,9 +12,8 @@ void replace_all(std::string& text, const std::string& from, const std::string& 
   for (size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) text.replace(at, from.size(), to);
 }
 
-std::string quoted(std::string text) {
-  replace_all(text, "\n", "\\n");
-  return "\"" + text + "\"\n";
+std::string quoted(const std::string& text) {
+  return testing::PrintToString(text) + "\n";
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 
 namespace test {
 
-// Writes |lines|, as take_log() returns them, one per line: the priority's letter (D, I or E) and the text in quotes,
-// with "\n" for a line break.
+// Writes |lines|, as take_log() returns them, one per line: the priority's letter (D, I or E) and the text as a C
+// string.
 std::string transcript(const Lines& lines);
 
 // The same of everything logged since the last call, the Android log first, then the log file, under a heading.
