@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -28,8 +29,15 @@ struct PhoneRequest {
   OptionalText rid, imei, mac, psn, country;
   std::optional<int> efuse;
   std::vector<std::string> properties;
-  std::string vendor_libraries = PHONE_VENDOR_LIBRARIES;
+  std::string vendor_libraries;
 };
+
+// The simulator's own vendor libraries, which lie elsewhere in a build folder than where they are installed.
+std::string own_vendor_libraries() {
+  const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  const std::filesystem::path built = folder / "simulator/vendor";
+  return (std::filesystem::exists(built) ? built : folder / PHONE_INSTALLED_VENDOR_LIBRARIES).string();
+}
 
 std::pair<std::string, std::string> split_property(const std::string& text) {
   const size_t equals = text.find('=');
@@ -67,7 +75,10 @@ void add_make(CLI::App& app, PhoneRequest& request) {
   make->add_option("--efuse", request.efuse, "What the efuse library of a unisoc phone answers");
   make->add_option("--prop", request.properties, "A property")->allow_extra_args(false)->option_text("NAME=VALUE ...");
   make->add_option("--vendor-libraries", request.vendor_libraries, "Folder of the vendor libraries to install");
-  make->callback([&request] { phone::make(request.folder, identity_of(request), request.vendor_libraries); });
+  make->callback([&request] {
+    const std::string libraries = request.vendor_libraries.empty() ? own_vendor_libraries() : request.vendor_libraries;
+    phone::make(request.folder, identity_of(request), libraries);
+  });
 }
 
 void add_set(CLI::App& app, PhoneRequest& request) {
