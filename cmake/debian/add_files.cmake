@@ -1,8 +1,9 @@
 # Run by CPack over the staged trees: adds what Debian's policy asks of a package and no other installation needs.
+cmake_minimum_required(VERSION 3.25)
 set(staging ${CPACK_TEMPORARY_DIRECTORY})
 set(debian ${CPACK_KELCHK_SOURCE}/cmake/debian)
 
-if(NOT CPACK_KELCHK_ROOT_CERT AND EXISTS ${staging}/kelchk-simulator)
+if(NOT CPACK_KELCHK_ROOT_CERT AND kelchk-simulator IN_LIST CPACK_COMPONENTS_ALL)
   message(FATAL_ERROR "kelchk-simulator needs a root certificate: set KELCHK_ROOT_CERT. "
     "A development root is never packaged.")
 endif()
