@@ -1,5 +1,5 @@
 # The target "package": a Debian package for each place, from the components of the same names. Without a root certificate
-# kelchk-simulator is left out, because nobody else's phones trust the development root of one build.
+# kelchk-simulator is left out: the key of a development root lies in its build folder, so whoever built it can sign.
 set(KELCHK_MAINTAINER "libkelchk maintainers <libkelchk@localhost>" CACHE STRING "Maintainer of the Debian packages")
 
 set(CPACK_GENERATOR DEB)
