@@ -1,15 +1,108 @@
 #include <elf.h>
 #include <fmt/format.h>
+#include <openssl/asn1.h>
+#include <openssl/bio.h>
+#include <openssl/digest.h>
+#include <openssl/evp.h>
+#include <openssl/nid.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 
 #include <cstdint>
 #include <cstring>
 
+#include "common/file.h"
+#include "common/outcome.h"
 #include "kelchk.h"
 #include "kelctl/checks.h"
 #include "trust/chain.h"
 
 namespace kelctl {
 namespace {
+
+constexpr int kRootKeyBits = 2048;
+constexpr size_t kMaxCertificateFileLen = 1 << 20;
+constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
+constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
+
+template <typename Write>
+std::string printed(Write write) {
+  const bssl::UniquePtr<BIO> stream(BIO_new(BIO_s_mem()));
+  write(stream.get());
+  const uint8_t* text = nullptr;
+  size_t len = 0;
+  BIO_mem_contents(stream.get(), &text, &len);
+  return {text, text + len};
+}
+
+std::string time_text(const ASN1_TIME* time) {
+  return printed([time](BIO* out) { ASN1_TIME_print(out, time); });
+}
+
+// Special characters are quoted. Control characters and UTF-8 stay: who shows the name escapes it.
+std::string name_text(const X509_NAME* name) {
+  constexpr unsigned long kPlain = ASN1_STRFLGS_ESC_CTRL | ASN1_STRFLGS_ESC_MSB | XN_FLAG_SPC_EQ;
+  return printed([name](BIO* out) { X509_NAME_print_ex(out, name, 0, XN_FLAG_ONELINE & ~kPlain); });
+}
+
+std::string key_text(X509* certificate) {
+  const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(certificate));
+  if (key == nullptr) return "unreadable";
+  return fmt::format("{} of {} bits", EVP_PKEY_id(key.get()) == EVP_PKEY_RSA ? "RSA" : "not RSA,",
+                     EVP_PKEY_bits(key.get()));
+}
+
+std::string fingerprint_of(X509* certificate) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned len = 0;
+  if (X509_digest(certificate, EVP_sha256(), digest, &len) != 1) return "unreadable";
+  return fmt::format("{:02X}", fmt::join(digest, digest + len, ":"));
+}
+
+Fields facts_of(X509* certificate) {
+  return {{"subject", name_text(X509_get_subject_name(certificate))},
+          {"issuer", name_text(X509_get_issuer_name(certificate))},
+          {"validFrom", time_text(X509_get0_notBefore(certificate))},
+          {"validTo", time_text(X509_get0_notAfter(certificate))},
+          {"key", key_text(certificate)},
+          {"length", fmt::format("{} bytes", i2d_X509(certificate, nullptr))},
+          {"SHA-256", fingerprint_of(certificate)}};
+}
+
+bool is_self_issued(X509* certificate) {
+  return X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
+}
+
+// Why the library's build does not embed |certificate| as its root; empty when it does.
+std::string root_fault(X509* certificate) {
+  const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(certificate));
+  if (X509_get_version(certificate) != X509_VERSION_3) return "it is not an X.509 version 3 certificate";
+  if (key == nullptr || EVP_PKEY_id(key.get()) != EVP_PKEY_RSA || EVP_PKEY_bits(key.get()) != kRootKeyBits) {
+    return fmt::format("its key is not RSA of {} bits", kRootKeyBits);
+  }
+  if (X509_get_signature_nid(certificate) != NID_sha256WithRSAEncryption)
+    return "its signature is not RSA with SHA-256";
+  if (X509_check_ca(certificate) != 1) return "it is not a CA certificate";
+  if (!is_self_issued(certificate) || X509_verify(certificate, key.get()) != 1) return "it is not self-signed";
+  return "";
+}
+
+void check_root(X509* given, X509* root, Findings& findings) {
+  findings.certificates.push_back(facts_of(root));
+  findings.judge("root", root_fault(root), "a library can be built with it");
+  if (given == nullptr) return;
+  const std::string fault = "it is not the root given, " + fingerprint_of(given);
+  findings.judge("chain", X509_cmp(given, root) == 0 ? "" : fault, "it is the root given");
+}
+
+void check_signer(X509* root, X509* signer, Findings& findings) {
+  const size_t len = (static_cast<size_t>(i2d_X509(signer, nullptr)) + 2) / 3 * 4;
+  const bool is_taken = len >= KELCHK_CERTIFICATE_TEXT_MIN && len <= KELCHK_CERTIFICATE_TEXT_MAX;
+  findings.add("certificate", is_taken ? State::kHolds : State::kFails,
+               fmt::format("factoryCert will have {} characters; a phone takes {} to {}", len,
+                           KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX));
+  check_chain(root, signer, findings);
+}
 
 // Where the section headers end, which a linker writes last; 0 when the file header says nothing of them.
 template <typename Header>
@@ -20,10 +113,6 @@ uint64_t end_of_sections(std::string_view bytes) {
   return uint64_t{header.e_shoff} + uint64_t{header.e_shnum} * header.e_shentsize;
 }
 
-bool is_library(std::string_view bytes) {
-  return bytes.starts_with(std::string_view(ELFMAG, SELFMAG));
-}
-
 std::string library_fault(std::string_view bytes, size_t certificate_count) {
   const bool is_64_bit = bytes.size() > EI_CLASS && bytes[EI_CLASS] == ELFCLASS64;
   const uint64_t end = is_64_bit ? end_of_sections<Elf64_Ehdr>(bytes) : end_of_sections<Elf32_Ehdr>(bytes);
@@ -32,72 +121,73 @@ std::string library_fault(std::string_view bytes, size_t certificate_count) {
   return fmt::format("{} certificates are embedded; 1 was expected", certificate_count);
 }
 
-std::string chain_words(const kelchk::ChainVerdict& verdict, X509* root, X509* signer) {
-  if (verdict.missing != kelchk::MissingPart::kNone) return "it could not be checked";
-  const bool is_second = !verdict.holds && verdict.runs == 2;
-  const char* const error = X509_verify_cert_error_string(is_second ? verdict.second_error : verdict.error);
-  if (verdict.holds) {
-    const std::string waived = verdict.error == X509_V_OK ? "" : fmt::format("; a phone does not mind: {}", error);
-    return "the root issued the certificate" + waived;
-  }
-  const std::string issuer = name_text(X509_get_issuer_name(signer));
-  const std::string root_name = name_text(X509_get_subject_name(root));
-  if (issuer != root_name) {
-    return fmt::format(R"("{}" issued the certificate, not the root "{}": {})", issuer, root_name, error);
-  }
-  return fmt::format("the certificate names the root as its issuer, but does not verify with it: {}", error);
-}
-
-void check_root(X509* given, X509* root, Findings& findings) {
-  findings.judge("root", root_fault(root), "a library can be built with it");
-  if (given == nullptr) return;
-  const std::string fault = "it is not the root given, " + fingerprint_of(given);
-  findings.judge("chain", X509_cmp(given, root) == 0 ? "" : fault, "it is the root given");
-}
-
-void check_signer(X509* root, X509* certificate, Findings& findings) {
-  const size_t len = (static_cast<size_t>(i2d_X509(certificate, nullptr)) + 2) / 3 * 4;
-  const std::string words = fmt::format("factoryCert will have {} characters", len);
-  const bool is_taken = len >= KELCHK_CERTIFICATE_TEXT_MIN && len <= KELCHK_CERTIFICATE_TEXT_MAX;
-  const std::string fault =
-      fmt::format("{}; a phone takes {} to {}", words, KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX);
-  findings.judge("certificate", is_taken ? "" : fault, words);
-  check_chain(root, certificate, findings);
-}
-
-void check_certificate(X509* given, X509* certificate, bool is_root, Findings& findings) {
-  if (certificate == nullptr) return findings.add("certificate", State::kFails, "it cannot be read");
-  findings.certificates.push_back(facts_of(certificate));
-  if (is_root || is_self_issued(certificate)) return check_root(given, certificate, findings);
-  check_signer(given, certificate, findings);
-}
-
 }  // namespace
 
 void check_chain(X509* root, X509* signer, Findings& findings) {
-  if (root == nullptr) return findings.add("chain", State::kOpen, "not checked: name the root with --root");
-  if (signer == nullptr) return findings.add("chain", State::kOpen, "not checked: there is no certificate");
+  constexpr const char* kName = "chain";
+  if (signer == nullptr) return findings.add(kName, State::kOpen, "not checked: there is no certificate");
+  findings.certificates.push_back(facts_of(signer));
+  if (root == nullptr) return findings.add(kName, State::kOpen, "not checked: name the root with --root");
+
   const kelchk::ChainVerdict verdict = kelchk::check_chain(root, signer);
-  findings.add("chain", verdict.holds ? State::kHolds : State::kFails, chain_words(verdict, root, signer));
+  if (verdict.missing != kelchk::MissingPart::kNone) {
+    return findings.add(kName, State::kOpen, "not checked: out of memory");
+  }
+  const bool is_waived = verdict.error != X509_V_OK;
+  const char* const error = X509_verify_cert_error_string(verdict.error);
+  if (verdict.holds) {
+    const std::string waived = is_waived ? fmt::format("; a phone does not mind: {}", error) : "";
+    return findings.add(kName, State::kHolds, "the root issued the certificate" + waived);
+  }
+  const char* const second_error = X509_verify_cert_error_string(verdict.second_error);
+  findings.add(kName, State::kFails,
+               fmt::format(R"(the root "{}" did not issue the certificate: {})", name_text(X509_get_subject_name(root)),
+                           verdict.runs == 2 ? second_error : error));
 }
 
 bool check_certificates(std::string_view bytes, const Question& question, Findings& findings) {
-  const PemCertificates found = find_certificates(bytes);
-  const size_t count = found.certificates.size();
-  if (!is_library(bytes) && count == 0 && !found.is_cut) return false;
+  const std::vector<bssl::UniquePtr<X509>> found = find_certificates(bytes);
+  const bool is_library = bytes.starts_with(std::string_view(ELFMAG, SELFMAG));
+  if (!is_library && found.empty()) return false;
 
-  findings.kind = is_library(bytes) ? "library" : count == 1 ? "certificate" : "certificates";
-  findings.extent = fmt::format("{} bytes", bytes.size());
-  for (size_t i = 0; i < count; ++i) {
+  findings.kind = is_library ? "library" : found.size() == 1 ? "certificate" : "certificates";
+  X509* const root = question.root.get();
+  for (size_t i = 0; i < found.size(); ++i) {
     const size_t first_check = findings.checks.size();
-    check_certificate(question.root.get(), found.certificates[i].get(), is_library(bytes), findings);
-    for (size_t k = first_check; count > 1 && k < findings.checks.size(); ++k) {
+    X509* const certificate = found[i].get();
+    if (certificate == nullptr) {
+      findings.add("certificate", State::kFails, "it cannot be read");
+    } else if (is_library || is_self_issued(certificate)) {
+      check_root(root, certificate, findings);
+    } else {
+      check_signer(root, certificate, findings);
+    }
+    for (size_t k = first_check; found.size() > 1 && k < findings.checks.size(); ++k) {
       findings.checks[k].words = fmt::format("certificate {}: {}", i + 1, findings.checks[k].words);
     }
   }
-  if (is_library(bytes)) findings.judge("library", library_fault(bytes, count), "one certificate is embedded");
-  if (found.is_cut) findings.add("length", State::kFails, "the file is cut: it ends inside a certificate");
+  if (is_library) findings.judge("library", library_fault(bytes, found.size()), "one certificate is embedded");
+  if (!found.empty() && bytes.find(kEnd, bytes.rfind(kBegin)) == std::string_view::npos) {
+    findings.add("length", State::kFails, "the file is cut: it ends inside a certificate");
+  }
   return true;
+}
+
+std::vector<bssl::UniquePtr<X509>> find_certificates(std::string_view bytes) {
+  std::vector<bssl::UniquePtr<X509>> found;
+  for (size_t end = 0, begin = 0; (begin = bytes.find(kBegin, end)) != std::string_view::npos;) {
+    end = std::min(bytes.find(kEnd, begin), bytes.size());
+    const std::string_view block = bytes.substr(begin, end + kEnd.size() - begin);
+    const bssl::UniquePtr<BIO> stream(BIO_new_mem_buf(block.data(), static_cast<int>(block.size())));
+    found.emplace_back(PEM_read_bio_X509(stream.get(), nullptr, nullptr, nullptr));
+  }
+  return found;
+}
+
+bssl::UniquePtr<X509> load_certificate(const std::string& path) {
+  std::vector<bssl::UniquePtr<X509>> found = find_certificates(common::read_file(path, kMaxCertificateFileLen));
+  if (found.size() == 1 && found[0] != nullptr) return std::move(found[0]);
+  throw common::Error(path + ": one certificate in PEM was expected");
 }
 
 }  // namespace kelctl

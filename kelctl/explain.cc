@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "common/escape.h"
 #include "common/file.h"
@@ -15,69 +15,140 @@
 namespace kelctl {
 namespace {
 
+using common::escape;
+using Json = nlohmann::ordered_json;
+
 // Above every library; of records a phone reads far less.
 constexpr size_t kMaxFileLen = 16 << 20;
 
-Findings examine_file(const std::string& path, const Question& question) {
-  Findings findings;
-  try {
-    findings = examine(common::read_file(path, kMaxFileLen), question);
-  } catch (const common::Error& error) {
-    findings.unreadable = error.what();
-  }
-  findings.path = path;
-  return findings;
+struct Meaning {
+  const char* word;     // of a check
+  const char* verdict;  // on a file with no graver check
+  common::ExitCode code;
+};
+
+// In the order of State.
+constexpr Meaning kMeanings[] = {{"holds", "holds", common::kYes},
+                                 {"warns", "holds", common::kYes},
+                                 {"open", "undecided", common::kUndecided},
+                                 {"fails", "does not hold", common::kNo},
+                                 {"unreadable", "unreadable", common::kUnusable}};
+
+const Meaning& meaning_of(State state) {
+  return kMeanings[static_cast<size_t>(state)];
 }
 
-common::ExitCode gravest(const std::vector<Findings>& files) {
-  for (const common::ExitCode code : {common::kUnusable, common::kNo, common::kUndecided}) {
-    if (std::any_of(files.begin(), files.end(), [=](const Findings& file) { return verdict_of(file).code == code; })) {
-      return code;
-    }
+State verdict_of(const Findings& file) {
+  State gravest = State::kHolds;
+  for (const Check& check : file.checks) gravest = std::max(gravest, check.state);
+  return gravest;
+}
+
+std::string painted(const std::string& words, State state) {
+  if (state == State::kHolds) return common::good(words);
+  return state >= State::kFails ? common::bad(words) : words;
+}
+
+std::string lines_of(const Fields& fields) {
+  std::string lines;
+  for (const auto& [name, value] : fields) {
+    const bool is_long = name == "factoryCert" || name == "sign";
+    lines += fmt::format("  {:<12} {}\n", escape(name),
+                         is_long ? fmt::format("{} characters", value.size()) : escape(value));
   }
-  return common::kYes;
+  return lines;
+}
+
+Findings examine_file(const std::string& path, const Question& question) {
+  Findings file;
+  try {
+    file = examine(common::read_file(path, kMaxFileLen), question);
+  } catch (const common::Error& error) {
+    file.add("file", State::kUnreadable, error.what());
+    fmt::print(stderr, "kelctl: {}\n", escape(error.what()));
+  }
+  file.path = path;
+  return file;
 }
 
 }  // namespace
 
-Verdict verdict_of(const Findings& findings) {
-  if (!findings.unreadable.empty()) return {"unreadable", common::kUnusable};
-  const auto has = [&](State state) {
-    return std::any_of(findings.checks.begin(), findings.checks.end(),
-                       [state](const Check& check) { return check.state == state; });
-  };
-  if (has(State::kFails)) return {"does not hold", common::kNo};
-  if (has(State::kOpen)) return {"undecided", common::kUndecided};
-  return {"holds", common::kYes};
-}
-
 Findings examine(std::string_view bytes, const Question& question) {
-  Findings findings;
+  Findings file;
+  file.size = bytes.size();
   const std::string_view text = bytes.substr(0, std::min<size_t>(bytes.find('\0'), KELCHK_SIGNED_FILE_MAX));
-  if (!read_fields(text, findings) && check_certificates(bytes, question, findings)) return findings;
-  findings.extent = fmt::format("{} characters", text.size());
-  findings.is_longer = bytes.size() > KELCHK_SIGNED_FILE_MAX;
-  check_record(text, question, findings);
-  return findings;
+  if (!read_fields(text, file) && check_certificates(bytes, question, file)) return file;
+  if (text.size() < bytes.size()) {
+    file.add("length", State::kWarns, fmt::format("the file is longer than the {} bytes a phone reads", text.size()));
+  }
+  check_record(text, question, file);
+  return file;
 }
 
-int explain(const ExplainRequest& request) {
-  Question question;
-  if (!request.root_path.empty()) question.root = load_certificate(request.root_path);
-  question.message = request.message;
+std::string as_text(const Findings& file) {
+  std::string text = fmt::format("{}: {}, {} bytes\n", escape(file.path), file.kind, file.size);
+  if (!file.fields.empty()) text += "fields\n" + lines_of(file.fields);
+  if (file.content) {
+    text += fmt::format("canonical content, {} characters\n  {}\n", file.content->size(), escape(*file.content));
+  }
+  for (const Fields& facts : file.certificates) text += "certificate\n" + lines_of(facts);
+  text += "checks\n";
+  for (const auto& [name, state, words] : file.checks) {
+    const std::string word = fmt::format("{:<5}", meaning_of(state).word);  // a colour's bytes take no room
+    text += fmt::format("  {} {:<11} {}\n", painted(word, state), name, escape(words));
+  }
+  const State verdict = verdict_of(file);
+  return text + fmt::format("verdict: {}\n", painted(meaning_of(verdict).verdict, verdict));
+}
 
+std::string as_json(const Findings& file) {
+  const Json none = Json::array();
+  Json json = {{"file", escape(file.path)},
+               {"verdict", meaning_of(verdict_of(file)).verdict},
+               {"kind", file.kind},
+               {"size", file.size},
+               {"fields", none},
+               {"certificates", none},
+               {"checks", none}};
+  for (const auto& [key, value] : file.fields) {
+    json["fields"].push_back({{"key", escape(key)}, {"value", escape(value)}});
+  }
+  if (file.content) json["content"] = escape(*file.content);
+  for (const Fields& facts : file.certificates) {
+    Json& certificate = json["certificates"].emplace_back();
+    for (const auto& [name, value] : facts) certificate[name] = escape(value);
+  }
+  for (const auto& [name, state, words] : file.checks) {
+    json["checks"].push_back({{"name", name}, {"result", meaning_of(state).word}, {"words", escape(words)}});
+  }
+  return json.dump() + "\n";
+}
+
+std::string as_table(const std::vector<Findings>& files) {
+  std::string table = "files\n";
+  for (const Findings& file : files) {
+    const State verdict = verdict_of(file);
+    const std::string words = fmt::format("{:<13}", meaning_of(verdict).verdict);
+    table += fmt::format("  {}  {}{}{}\n", painted(words, verdict), escape(file.path), file.kind.empty() ? "" : ": ",
+                         file.kind);
+  }
+  return table;
+}
+
+int explain(const std::vector<std::string>& paths, const Question& question, bool wants_json) {
   std::vector<Findings> files;
-  for (const std::string& path : request.paths) {
+  State gravest = State::kHolds;
+  for (const std::string& path : paths) {
     const Findings& file = files.emplace_back(examine_file(path, question));
-    if (!file.unreadable.empty()) fmt::print(stderr, "kelctl: {}\n", common::escape(file.unreadable));
-    if (request.as_json) {
+    gravest = std::max(gravest, verdict_of(file));
+    if (wants_json) {
       common::print(as_json(file));
-    } else if (file.unreadable.empty()) {
+    } else if (verdict_of(file) != State::kUnreadable) {
       common::print(as_text(file));
     }
   }
-  if (files.size() > 1 && !request.as_json) common::print(as_table(files));
-  return gravest(files);
+  if (files.size() > 1 && !wants_json) common::print(as_table(files));
+  return meaning_of(gravest).code;
 }
 
 }  // namespace kelctl

@@ -12,7 +12,7 @@
 #include "common/output.h"
 #include "common/process.h"
 #include "kelchk.h"
-#include "kelctl/explain.h"
+#include "kelctl/checks.h"
 #include "kelctl/provision.h"
 
 namespace kelctl {
@@ -53,7 +53,9 @@ class CommandLine {
     } catch (const CLI::ParseError& error) {
       return show(error);
     }
-    return provision_.parsed() ? run_provision() : kelctl::explain(explained_);
+    if (provision_.parsed()) return run_provision();
+    if (!root_.empty()) question_.root = load_certificate(root_);
+    return kelctl::explain(files_, question_, explains_as_json_);
   }
 
  private:
@@ -93,15 +95,15 @@ class CommandLine {
   }
 
   void add_explain() {
-    add(explain_, "FILE", explained_.paths, "",
+    add(explain_, "FILE", files_, "",
         "Stored files, signer records, device parameter records, certificates in PEM,\n"
         "or libkelchk.so; \"-\" is standard input")
         ->required();
-    add(explain_, "--root", explained_.root_path, "ROOT", "The root certificate, PEM");
+    add(explain_, "--root", root_, "ROOT", "The root certificate, PEM");
     CLI::Option* const message =
-        add(explain_, "--message", explained_.message, "TEXT", "What was signed, such as the challenge");
-    add(explain_, "--chip-id", explained_.message, "ID", "The chip id that was signed")->excludes(message);
-    explain_.add_flag("--json", explained_.as_json, "One JSON object a line, for each file");
+        add(explain_, "--message", question_.message, "TEXT", "What was signed, such as the challenge");
+    add(explain_, "--chip-id", question_.message, "ID", "The chip id that was signed")->excludes(message);
+    explain_.add_flag("--json", explains_as_json_, "One JSON object a line, for each file");
   }
 
   // Help that was asked for is a result; a message about the usage may quote untrusted text.
@@ -132,8 +134,10 @@ class CommandLine {
   CLI::App& provision_ = *app_.add_subcommand("provision", "The whole pass: challenge, login, record and import");
   CLI::App& explain_ = *app_.add_subcommand("explain", "Take files apart and say what does not hold");
   ProvisionRequest provisioned_;
-  ExplainRequest explained_;
-  std::string phone_command_, phone_, signer_command_, key_, certificate_;
+  Question question_;
+  std::vector<std::string> files_;
+  bool explains_as_json_ = false;
+  std::string phone_command_, phone_, signer_command_, key_, certificate_, root_;
   int timeout_ = 60;
 };
 

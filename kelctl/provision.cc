@@ -3,13 +3,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <stdexcept>
 
 #include "common/escape.h"
 #include "common/journal.h"
+#include "common/line_protocol.h"
 #include "common/outcome.h"
 #include "common/output.h"
-#include "kelctl/session.h"
+#include "common/process.h"
+#include "common/signing_policy.h"
+#include "kelctl/signer_record.h"
 #include "records/record_keys.h"
 
 namespace kelctl {
@@ -20,6 +25,22 @@ using common::TextKind;
 
 // 256 random bits.
 constexpr size_t kChallengeLen = 64;
+
+// The phone's session or the signer's: one request and one answer a line.
+struct Session {
+  std::string name;  // as messages call it
+  std::chrono::seconds timeout;
+  common::Process process;
+
+  Session(const char* what, const std::vector<std::string>& command, std::chrono::seconds longest_wait)
+      : name(what), timeout(longest_wait), process(name, command) {}
+};
+
+// A session that works refuses what it was asked.
+struct Declined : std::runtime_error {
+  Declined(const std::string& what, std::vector<std::string> why) : runtime_error(what), reasons(std::move(why)) {}
+  std::vector<std::string> reasons;  // as they came
+};
 
 // One pass over one phone, and what the journal says of it.
 struct Pass {
@@ -43,9 +64,44 @@ void show(const Pass& pass, const std::string& words) {
   if (!pass.request.as_json) common::print(words + "\n");
 }
 
+std::vector<std::string> split_reasons(std::string_view text) {
+  constexpr std::string_view kSeparator = "; ";
+  std::vector<std::string> reasons;
+  for (size_t end = 0; (end = text.find(kSeparator)) != std::string_view::npos; text.remove_prefix(end + 2)) {
+    reasons.emplace_back(text.substr(0, end));
+  }
+  reasons.emplace_back(text);
+  return reasons;
+}
+
+// Returns the text of the answer. Throws Declined when it is no, common::SessionError when none comes in time or what
+// comes is none.
+std::string ask(Session& session, std::string_view verb, std::string_view text) {
+  const std::string line = session.process.ask(fmt::format("{} {}", verb, common::encode_text(text)), session.timeout);
+  try {
+    common::Answer answer = common::parse_answer(line);
+    if (answer.ok) return std::move(answer.text);
+    throw Declined(fmt::format("{} refuses \"{}\"", session.name, verb), split_reasons(answer.text));
+  } catch (const common::Refusal& refusal) {
+    throw common::SessionError(fmt::format("{}: it answered \"{}\": {}", session.name, line, refusal.what()));
+  }
+}
+
+// What the policy rejects is not passed on to the signer, and what is no signature over |text| with the key of the
+// certificate beside it is not passed on to the phone.
+std::string ask_signature(Session& signer, TextKind kind, const std::string& text) {
+  const bool is_record = kind == TextKind::kRecord;
+  std::string objection = common::objection(kind, text);
+  if (!objection.empty()) throw Declined("the policy forbids signing what the phone answered", {std::move(objection)});
+  std::string record = ask(signer, is_record ? "record" : "challenge", text);
+  const std::string fault = answer_fault(record, common::message_to_sign(kind, text));
+  if (fault.empty()) return record;
+  throw common::SessionError("the signer: unusable answer: " + fault);
+}
+
 void log_in(Pass& pass, Session& phone, Session& signer) {
   pass.step = "challenge";
-  const std::string challenge = phone.ask("challenge", std::to_string(kChallengeLen));
+  const std::string challenge = ask(phone, "challenge", std::to_string(kChallengeLen));
   if (challenge.size() != kChallengeLen) {
     throw Declined("the challenge is not what was asked for",
                    {fmt::format("it has {} characters; {} were expected", challenge.size(), kChallengeLen)});
@@ -54,7 +110,7 @@ void log_in(Pass& pass, Session& phone, Session& signer) {
   pass.step = "challenge signature";
   const std::string response = ask_signature(signer, TextKind::kChallenge, challenge);
   pass.step = "login";
-  phone.ask("respond", response);
+  ask(phone, "respond", response);
   show(pass, "The signer answers it, and the phone accepts the login.");
 }
 
@@ -69,7 +125,7 @@ void take_record(Pass& pass, Session& phone) {
   pass.step = "record";
   const std::string& imei = pass.request.imei;
   const std::string suffix = imei.empty() ? "" : "&IMEI=" + imei;
-  pass.record = phone.ask("record", fmt::format("featureCode={}{}", pass.request.feature_code, suffix));
+  pass.record = ask(phone, "record", fmt::format("featureCode={}{}", pass.request.feature_code, suffix));
   show(pass, "The phone describes itself:");
   for (const char* const key : kelchk::kRecordKeys) {
     show(pass, fmt::format("  {:<12} {}", key, escape(common::value_of(pass.record, key))));
@@ -82,7 +138,7 @@ void import_signature(Pass& pass, Session& phone, Session& signer) {
   pass.step = "record signature";
   const std::string signature = ask_signature(signer, TextKind::kRecord, pass.record);
   pass.step = "import";
-  phone.ask("import", signature);
+  ask(phone, "import", signature);
   show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
 }
 

@@ -31,29 +31,22 @@ bool has_key_of(const Fields& fields, const char* const (&keys)[count]) {
   });
 }
 
-bool is_whole(std::string_view key, std::string_view value) {
-  if (key == "sign") return value.size() >= kSignatureTextLen;
-  return key == "ver" && value.size() >= 2;  // the end of a record that is not signed
-}
-
 // Where the fields break off in the order in which they are written; empty when they do not.
-std::string cut_fault(const Findings& findings) {
+std::string cut_fault(const Fields& fields) {
   std::vector<std::string_view> order(std::begin(kRecordKeys), std::end(kRecordKeys));
   order.insert(order.end(), std::begin(kSignerKeys), std::end(kSignerKeys));
-  const auto& fields = findings.fields;
-  if (!fields.empty() && fields[0].first == "factoryCert") order.erase(order.begin(), order.end() - 2);
+  if (!fields.empty() && fields[0].first == kSignerKeys[0]) order.erase(order.begin(), order.end() - 2);
   if (fields.empty() || fields.size() > order.size()) return "";
 
-  const size_t last = fields.size() - 1;
-  for (size_t i = 0; i < last; ++i) {
-    if (fields[i].first != order[i]) return "";
-  }
-  const auto& [key, value] = fields[last];
-  const bool has_whole_key = key == order[last];
-  if (!has_whole_key && (key.empty() || !value.empty() || !order[last].starts_with(key))) return "";
-  if (has_whole_key && is_whole(key, value)) return "";
-  return fmt::format("the file is cut: it ends in {}, after {} characters", order[last],
-                     has_whole_key ? value.size() : 0);
+  const auto [field, expected] = std::mismatch(fields.begin(), fields.end() - 1, order.begin(),
+                                               [](const auto& found, const auto& key) { return found.first == key; });
+  const auto& [key, value] = *field;
+  if (field != fields.end() - 1 || key.empty() || !expected->starts_with(key)) return "";
+  const bool is_key_cut = key != *expected;
+  if (is_key_cut && !value.empty()) return "";
+  if (!is_key_cut && key == "sign" && value.size() >= kSignatureTextLen) return "";
+  if (!is_key_cut && key == "ver" && value.size() >= 2) return "";  // the end of a record that is not signed
+  return fmt::format("the file is cut: it ends in {}, after {} characters", *expected, value.size());
 }
 
 void warn_of_repeated_fields(Findings& findings) {
@@ -66,7 +59,13 @@ void warn_of_repeated_fields(Findings& findings) {
   }
 }
 
-void examine_signature(const SignerRecord& record, const std::optional<std::string>& message, Findings& findings) {
+// Certificate, chain and signature.
+void examine_signer(std::string_view text, const std::optional<std::string>& message, X509* root, Findings& findings) {
+  const SignerRecord record = read_signer_record(text);
+  findings.judge("certificate", record.certificate_fault,
+                 fmt::format("factoryCert has {} characters", record.certificate_text.size()));
+  check_chain(root, record.certificate.get(), findings);
+
   constexpr const char* kName = "signature";
   if (!record.signature_fault.empty()) return findings.add(kName, State::kFails, record.signature_fault);
   if (record.certificate == nullptr) {
@@ -75,21 +74,8 @@ void examine_signature(const SignerRecord& record, const std::optional<std::stri
   if (!message) {
     return findings.add(kName, State::kOpen, "not checked: name what was signed with --message or --chip-id");
   }
-  const bool holds = is_signed(record, *message);
-  findings.add(kName, holds ? State::kHolds : State::kFails,
-               fmt::format("{} made over {} characters with the certificate's key", holds ? "it was" : "it was not",
-                           message->size()));
-}
-
-// Certificate, chain and signature.
-void examine_signer(std::string_view text, const Question& question, const std::optional<std::string>& message,
-                    Findings& findings) {
-  const SignerRecord record = read_signer_record(text);
-  if (record.certificate != nullptr) findings.certificates.push_back(facts_of(record.certificate.get()));
-  findings.judge("certificate", record.certificate_fault,
-                 fmt::format("factoryCert has {} characters", record.certificate_text.size()));
-  check_chain(question.root.get(), record.certificate.get(), findings);
-  examine_signature(record, message, findings);
+  const std::string words = fmt::format("made over {} characters with the certificate's key", message->size());
+  findings.judge(kName, is_signed(record, *message) ? "" : "it was not " + words, "it was " + words);
 }
 
 bool is_compared(std::string_view key, std::string_view record) {
@@ -139,18 +125,19 @@ bool read_fields(std::string_view text, Findings& findings) {
 }
 
 void check_record(std::string_view text, const Question& question, Findings& findings) {
-  const std::string cut = cut_fault(findings);
+  const std::string cut = cut_fault(findings.fields);
   if (!cut.empty()) findings.add("length", State::kFails, cut);
   warn_of_repeated_fields(findings);
   const bool is_signed = has_key_of(findings.fields, kSignerKeys);
   if (!has_key_of(findings.fields, kRecordKeys)) {
     findings.kind =
         is_signed ? "signer record: an authorization file or the response to a challenge" : "no known record";
-    return examine_signer(text, question, question.message, findings);
+    return examine_signer(text, question.message, question.root.get(), findings);
   }
   findings.kind = is_signed ? "signed parameter file" : "device parameter record, not signed";
   examine_values(text, is_signed, findings);
-  if (is_signed) examine_signer(text, question, question.message ? question.message : findings.content, findings);
+  if (!is_signed) return;
+  examine_signer(text, question.message ? question.message : findings.content, question.root.get(), findings);
 }
 
 }  // namespace kelctl

@@ -25,26 +25,23 @@ std::string decode_base64(std::string_view text, size_t capacity) {
   return bytes;
 }
 
-std::string certificate_fault(const SignerRecord& record, std::string_view der) {
+std::string certificate_fault(const SignerRecord& record) {
   const size_t len = record.certificate_text.size();
   if (len == 0) return fmt::format("factoryCert is missing, empty or above {} characters", KELCHK_CERTIFICATE_TEXT_MAX);
   if (len < KELCHK_CERTIFICATE_TEXT_MIN) {
     return fmt::format("factoryCert has {} characters; a phone takes {} to {}", len, KELCHK_CERTIFICATE_TEXT_MIN,
                        KELCHK_CERTIFICATE_TEXT_MAX);
   }
-  if (der.empty()) return fmt::format("the {} characters of factoryCert are not base64 on one line", len);
-  if (record.certificate == nullptr) {
-    return fmt::format("the {} bytes of factoryCert are not a certificate in DER", der.size());
-  }
-  return "";
+  if (record.certificate != nullptr) return "";
+  return fmt::format("the {} characters of factoryCert are not a certificate in DER, in base64 on one line", len);
 }
 
 std::string signature_fault(std::string_view encoded, std::string_view signature) {
   if (signature.size() == KELCHK_SIGNATURE_LEN) return "";
   if (encoded.empty()) return "sign is missing, empty or too long";
   if (encoded.ends_with('\n')) return "sign ends in a line break";
-  if (signature.empty()) return fmt::format("the {} characters of sign are not base64 on one line", encoded.size());
-  return fmt::format("sign has {} bytes; {} were expected", signature.size(), KELCHK_SIGNATURE_LEN);
+  return fmt::format("sign must be {} bytes in base64 on one line; its {} characters are {}", KELCHK_SIGNATURE_LEN,
+                     encoded.size(), signature.empty() ? "not base64" : fmt::format("{}", signature.size()));
 }
 
 }  // namespace
@@ -55,7 +52,7 @@ SignerRecord read_signer_record(std::string_view text) {
   const std::string der = decode_base64(record.certificate_text, KELCHK_CERTIFICATE_TEXT_MAX + 1);
   const unsigned char* bytes = bytes_of(der);
   record.certificate.reset(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
-  record.certificate_fault = certificate_fault(record, der);
+  record.certificate_fault = certificate_fault(record);
 
   const std::string encoded = common::value_of(text, "sign");
   record.signature = decode_base64(encoded, kDecodedSignatureCap);

@@ -287,7 +287,7 @@ class KelctlTest(unittest.TestCase):
             (f"factoryCert={parts['factoryCert'][:1023]}&sign={parts['sign']}", by_id, 1, "has 1023 characters"),
             (good[:600], by_id, 1, "the file is cut: it ends in factoryCert, after 588"),
             (good[:-100], by_id, 1, "the file is cut: it ends in sign, after 244"),
-            (signed(chip_id, work("forger")), by_id, 1, "but does not verify with it: "),
+            (signed(chip_id, work("forger")), by_id, 1, "did not issue the certificate: "),
             (signed(chip_id, work("expired")), by_id, 0, "a phone does not mind: certificate has expired"),
             (signed(chip_id, work("short")), by_id, 1, "1024 to 4095"),
             (signed(chip_id, work("signer"), ["-sha1"]), by_id, 1, "it was not made over"),

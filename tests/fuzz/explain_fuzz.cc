@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "kelctl/findings.h"
+#include "kelctl/checks.h"
 #include "trust/root_certificate.h"
 
 namespace {
