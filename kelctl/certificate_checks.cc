@@ -35,10 +35,6 @@ std::string printed(Write write) {
   return {text, text + len};
 }
 
-std::string time_text(const ASN1_TIME* time) {
-  return printed([time](BIO* out) { ASN1_TIME_print(out, time); });
-}
-
 // Special characters are quoted. Control characters and UTF-8 stay: who shows the name escapes it.
 std::string name_text(const X509_NAME* name) {
   constexpr unsigned long kPlain = ASN1_STRFLGS_ESC_CTRL | ASN1_STRFLGS_ESC_MSB | XN_FLAG_SPC_EQ;
@@ -62,8 +58,8 @@ std::string fingerprint_of(X509* certificate) {
 Fields facts_of(X509* certificate) {
   return {{"subject", name_text(X509_get_subject_name(certificate))},
           {"issuer", name_text(X509_get_issuer_name(certificate))},
-          {"validFrom", time_text(X509_get0_notBefore(certificate))},
-          {"validTo", time_text(X509_get0_notAfter(certificate))},
+          {"validFrom", printed([=](BIO* out) { ASN1_TIME_print(out, X509_get0_notBefore(certificate)); })},
+          {"validTo", printed([=](BIO* out) { ASN1_TIME_print(out, X509_get0_notAfter(certificate)); })},
           {"key", key_text(certificate)},
           {"length", fmt::format("{} bytes", i2d_X509(certificate, nullptr))},
           {"SHA-256", fingerprint_of(certificate)}};

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/file.h"
 #include "common/outcome.h"
 #include "common/output.h"
 #include "common/process.h"
@@ -22,6 +23,11 @@ constexpr char kFooter[] = R"(
 Exit codes: 0 yes or done; 1 no, or refused by the phone or the policy; 2 wrong usage, or
 something unreadable or not writable; 3 "explain" found nothing wrong but was not given enough
 for a verdict; 4 a session failed or timed out: nothing is known to be wrong with the phone.)";
+
+// In the folder of each simulated phone.
+constexpr char kPhoneMarker[] = ".kelchk-simulated-phone";
+
+constexpr size_t kMaxInputLen = 1 << 20;
 
 constexpr int kMaxTimeout = 24 * 60 * 60;
 
@@ -50,8 +56,13 @@ class CommandLine {
   int run(int argc, char** argv) {
     try {
       app_.parse(argc, argv);
+    } catch (const CLI::Success& asked_for_help) {
+      std::ostringstream help;
+      app_.exit(asked_for_help, help, help);
+      common::print(help.str());
+      return common::kYes;
     } catch (const CLI::ParseError& error) {
-      return show(error);
+      throw common::Error(fmt::format("{} (\"kelctl --help\" shows the usage)", error.what()));
     }
     if (provision_.parsed()) return run_provision();
     if (!root_.empty()) question_.root = load_certificate(root_);
@@ -70,16 +81,14 @@ class CommandLine {
     CLI::App& phone = *provision_.add_option_group("phone", "One of:");
     add(phone, "--phone-command", phone_command_, "CMD",
         "Starts the phone's session, such as \"adb shell kelphone line\"");
-    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"")
-        ->check(CLI::ExistingDirectory);
+    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"");
     phone.require_option(1);
     CLI::App& signer = *provision_.add_option_group("signer", "One of:");
     add(signer, "--signer-command", signer_command_, "CMD",
         "Starts the signer's session, such as \"ssh signer@server\"");
     CLI::Option* const key = add(signer, "--key", key_, "KEY", "Sign on this machine, with this key and --cert");
     signer.require_option(1);
-    CLI::Option* const certificate =
-        add(provision_, "--cert", certificate_, "CERT", "The certificate of --key, PEM")->check(CLI::ExistingFile);
+    CLI::Option* const certificate = add(provision_, "--cert", certificate_, "CERT", "The certificate of --key, PEM");
     certificate->needs(key);
     key->needs(certificate);
     add(provision_, "--feature-code", provisioned_.feature_code, "CODE", "The phone's feature code")
@@ -106,27 +115,23 @@ class CommandLine {
     explain_.add_flag("--json", explains_as_json_, "One JSON object a line, for each file");
   }
 
-  // Help that was asked for is a result; a message about the usage may quote untrusted text.
-  int show(const CLI::ParseError& error) {
-    if (error.get_exit_code() != 0) {
-      throw common::Error(fmt::format("{} (\"kelctl --help\" shows the usage)", error.what()));
-    }
-    std::ostringstream help;
-    app_.exit(error, help, help);
-    common::print(help.str());
-    return common::kYes;
-  }
-
   int run_provision() {
     using common::beside_this_program;
     provisioned_.timeout = std::chrono::seconds(timeout_);
-    const std::string kelphone = beside_this_program("kelphone");
-    provisioned_.phone_command = {beside_this_program("phone"), "run", phone_, "--", kelphone, "line"};
-    if (phone_.empty()) provisioned_.phone_command = {"sh", "-c", phone_command_};
-    provisioned_.signer_command = {
-        beside_this_program("kelsign"), "line", "--key", key_, "--cert", certificate_, "--feature-code",
-        provisioned_.feature_code};
-    if (certificate_.empty()) provisioned_.signer_command = {"sh", "-c", signer_command_};
+    provisioned_.phone_command = {"sh", "-c", phone_command_};
+    provisioned_.signer_command = {"sh", "-c", signer_command_};
+    if (!phone_.empty()) {
+      static_cast<void>(common::read_file(phone_ + "/" + kPhoneMarker, kMaxInputLen));
+      provisioned_.phone_command = {beside_this_program("phone"),    "run", phone_, "--",
+                                    beside_this_program("kelphone"), "line"};
+    }
+    if (!key_.empty()) {
+      if (!key_.starts_with("pkcs11:")) static_cast<void>(common::read_file(key_, kMaxInputLen));
+      static_cast<void>(load_certificate(certificate_));
+      provisioned_.signer_command = {
+          beside_this_program("kelsign"), "line", "--key", key_, "--cert", certificate_, "--feature-code",
+          provisioned_.feature_code};
+    }
     return kelctl::provision(provisioned_);
   }
 

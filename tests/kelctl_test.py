@@ -255,6 +255,8 @@ class KelctlTest(unittest.TestCase):
                 (["provision", *phone, *signer, *feature, "--timeout", "0"], "--timeout"),
                 (["provision", *phone, *feature, *key], "--cert"), (["provision", *signer, *feature], "--phone"),
                 (["provision", *phone, *signer, *feature, *key, "--cert", ROOT + "/root.pem"], "option"), (["explain"], "FILE"),
+                (["provision", "--phone", BESIDE, *signer, *feature], "kelchk-simulated-phone: cannot be opened"),
+                (["provision", *phone, *feature, *key, "--cert", ROOT + "/root.pem"], "k: cannot be opened"),
                 (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", WORK.name], "directory"),
                 (["explain", "/dev/zero"], "16777216 bytes"), (["explain", "--root", "/dev/zero", "x"], "1048576 bytes"),
                 (["explain", "--root", work("extensions"), "x"], "one certificate in PEM was expected")]:
@@ -367,6 +369,7 @@ class KelctlTest(unittest.TestCase):
             write(f"beside/{name}", f"#!/bin/sh\necho {name} $* > {folder}/{name}.started\nsleep 1000\n")
             os.chmod(work("beside", name), 0o755)
         certificate = ROOT + "/root.pem"
+        write(".kelchk-simulated-phone", "")
         result = subprocess.run([folder + "/kelctl", "provision", "--phone", WORK.name, "--key", "pkcs11:x", "--cert",
                                  certificate, "--feature-code", "F", "--timeout", "1"], capture_output=True)
         self.assertEqual(result.returncode, 4, result)
