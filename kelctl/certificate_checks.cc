@@ -14,7 +14,7 @@
 #include "common/file.h"
 #include "common/outcome.h"
 #include "kelchk.h"
-#include "kelctl/checks.h"
+#include "kelctl/explain.h"
 #include "trust/chain.h"
 
 namespace kelctl {

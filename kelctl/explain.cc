@@ -10,7 +10,6 @@
 #include "common/outcome.h"
 #include "common/output.h"
 #include "kelchk.h"
-#include "kelctl/checks.h"
 
 namespace kelctl {
 namespace {

@@ -1,5 +1,6 @@
 // kelctl, the factory host's program. This file is the command line.
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -13,7 +14,7 @@
 #include "common/output.h"
 #include "common/process.h"
 #include "kelchk.h"
-#include "kelctl/checks.h"
+#include "kelctl/explain.h"
 #include "kelctl/provision.h"
 
 namespace kelctl {
@@ -26,8 +27,6 @@ for a verdict; 4 a session failed or timed out: nothing is known to be wrong wit
 
 // In the folder of each simulated phone.
 constexpr char kPhoneMarker[] = ".kelchk-simulated-phone";
-
-constexpr size_t kMaxInputLen = 1 << 20;
 
 constexpr int kMaxTimeout = 24 * 60 * 60;
 
@@ -42,6 +41,11 @@ std::string check_feature_code(const std::string& code) {
 std::string check_imei(const std::string& imei) {
   const bool is_usable = imei.size() == KELCHK_IMEI_LEN && imei.find_first_not_of("0123456789") == std::string::npos;
   return is_usable ? "" : fmt::format("{} digits were expected", KELCHK_IMEI_LEN);
+}
+
+// Reads nothing: a key may come through a pipe.
+void require_readable(const std::string& path) {
+  if (::access(path.c_str(), R_OK) != 0) common::throw_errno(path, "cannot be read");
 }
 
 class CommandLine {
@@ -81,7 +85,8 @@ class CommandLine {
     CLI::App& phone = *provision_.add_option_group("phone", "One of:");
     add(phone, "--phone-command", phone_command_, "CMD",
         "Starts the phone's session, such as \"adb shell kelphone line\"");
-    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"");
+    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"")
+        ->check(CLI::ExistingDirectory);
     phone.require_option(1);
     CLI::App& signer = *provision_.add_option_group("signer", "One of:");
     add(signer, "--signer-command", signer_command_, "CMD",
@@ -121,12 +126,12 @@ class CommandLine {
     provisioned_.phone_command = {"sh", "-c", phone_command_};
     provisioned_.signer_command = {"sh", "-c", signer_command_};
     if (!phone_.empty()) {
-      static_cast<void>(common::read_file(phone_ + "/" + kPhoneMarker, kMaxInputLen));
+      require_readable(phone_ + "/" + kPhoneMarker);
       provisioned_.phone_command = {beside_this_program("phone"),    "run", phone_, "--",
                                     beside_this_program("kelphone"), "line"};
     }
     if (!key_.empty()) {
-      if (!key_.starts_with("pkcs11:")) static_cast<void>(common::read_file(key_, kMaxInputLen));
+      if (!key_.starts_with("pkcs11:")) require_readable(key_);
       static_cast<void>(load_certificate(certificate_));
       provisioned_.signer_command = {
           beside_this_program("kelsign"), "line", "--key", key_, "--cert", certificate_, "--feature-code",

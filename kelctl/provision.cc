@@ -14,7 +14,7 @@
 #include "common/output.h"
 #include "common/process.h"
 #include "common/signing_policy.h"
-#include "kelctl/signer_record.h"
+#include "kelctl/explain.h"
 #include "records/record_keys.h"
 
 namespace kelctl {

@@ -255,8 +255,8 @@ class KelctlTest(unittest.TestCase):
                 (["provision", *phone, *signer, *feature, "--timeout", "0"], "--timeout"),
                 (["provision", *phone, *feature, *key], "--cert"), (["provision", *signer, *feature], "--phone"),
                 (["provision", *phone, *signer, *feature, *key, "--cert", ROOT + "/root.pem"], "option"), (["explain"], "FILE"),
-                (["provision", "--phone", BESIDE, *signer, *feature], "kelchk-simulated-phone: cannot be opened"),
-                (["provision", *phone, *feature, *key, "--cert", ROOT + "/root.pem"], "k: cannot be opened"),
+                (["provision", "--phone", BESIDE, *signer, *feature], "kelchk-simulated-phone: cannot be read"),
+                (["provision", *phone, *feature, *key, "--cert", ROOT + "/root.pem"], "k: cannot be read"),
                 (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", WORK.name], "directory"),
                 (["explain", "/dev/zero"], "16777216 bytes"), (["explain", "--root", "/dev/zero", "x"], "1048576 bytes"),
                 (["explain", "--root", work("extensions"), "x"], "one certificate in PEM was expected")]:

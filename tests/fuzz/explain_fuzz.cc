@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "kelctl/checks.h"
+#include "kelctl/explain.h"
 #include "trust/root_certificate.h"
 
 namespace {
