@@ -20,7 +20,7 @@
 namespace kelctl {
 namespace {
 
-constexpr int kRootKeyBits = 2048;
+constexpr const char* kRootKey = "RSA of 2048 bits";
 constexpr size_t kMaxCertificateFileLen = 1 << 20;
 constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
 constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
@@ -73,9 +73,7 @@ bool is_self_issued(X509* certificate) {
 std::string root_fault(X509* certificate) {
   const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(certificate));
   if (X509_get_version(certificate) != X509_VERSION_3) return "it is not an X.509 version 3 certificate";
-  if (key == nullptr || EVP_PKEY_id(key.get()) != EVP_PKEY_RSA || EVP_PKEY_bits(key.get()) != kRootKeyBits) {
-    return fmt::format("its key is not RSA of {} bits", kRootKeyBits);
-  }
+  if (key_text(certificate) != kRootKey) return std::string("its key is not ") + kRootKey;
   if (X509_get_signature_nid(certificate) != NID_sha256WithRSAEncryption)
     return "its signature is not RSA with SHA-256";
   if (X509_check_ca(certificate) != 1) return "it is not a CA certificate";

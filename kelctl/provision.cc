@@ -1,6 +1,8 @@
 #include "kelctl/provision.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -8,6 +10,8 @@
 #include <stdexcept>
 
 #include "common/escape.h"
+#include "common/fd.h"
+#include "common/file.h"
 #include "common/journal.h"
 #include "common/line_protocol.h"
 #include "common/outcome.h"
@@ -26,15 +30,58 @@ using common::TextKind;
 // 256 random bits.
 constexpr size_t kChallengeLen = 64;
 
+// Shows what |errors| brings until it ends, escaped and under |name|.
+[[noreturn]] void relay(int errors, const std::string& name) {
+  common::LineBuffer lines;
+  std::string line;
+  char bytes[4096];
+  for (ssize_t count = 1; count > 0;) {
+    count = ::read(errors, bytes, sizeof bytes);
+    if (count > 0) lines.add({bytes, static_cast<size_t>(count)});
+    if (count <= 0 && lines.is_inside_line()) lines.add("\n");
+    while (lines.take(line) != common::LineBuffer::Next::kNone) {
+      std::fputs((name + ": " + escape(line) + "\n").c_str(), stderr);
+    }
+  }
+  ::_exit(0);
+}
+
+// What a session writes to standard error is as untrusted as its answers: a process of its own escapes it, for the
+// session that is started while this object lives.
+class RelayedErrors {
+ public:
+  explicit RelayedErrors(const std::string& name) : own_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) common::throw_errno(name, "no pipe");
+    const common::Fd reading(ends[0]);
+    common::Fd writing(ends[1]);
+    const pid_t child = ::fork();
+    if (child < 0) common::throw_errno(name, "no process");
+    if (child == 0) {
+      writing.reset();
+      relay(reading.get(), name);
+    }
+    ::dup2(writing.get(), STDERR_FILENO);
+  }
+  RelayedErrors(const RelayedErrors&) = delete;
+  RelayedErrors& operator=(const RelayedErrors&) = delete;
+  ~RelayedErrors() { ::dup2(own_.get(), STDERR_FILENO); }
+
+ private:
+  common::Fd own_;
+};
+
 // The phone's session or the signer's: one request and one answer a line.
 struct Session {
   std::string name;  // as messages call it
   std::chrono::seconds timeout;
   common::Process process;
-
-  Session(const char* what, const std::vector<std::string>& command, std::chrono::seconds longest_wait)
-      : name(what), timeout(longest_wait), process(name, command) {}
 };
+
+Session start(const std::string& name, const std::vector<std::string>& command, std::chrono::seconds timeout) {
+  const RelayedErrors scope(name);
+  return {name, timeout, common::Process(name, command)};
+}
 
 // A session that works refuses what it was asked.
 struct Declined : std::runtime_error {
@@ -65,9 +112,8 @@ void show(const Pass& pass, const std::string& words) {
 }
 
 std::vector<std::string> split_reasons(std::string_view text) {
-  constexpr std::string_view kSeparator = "; ";
   std::vector<std::string> reasons;
-  for (size_t end = 0; (end = text.find(kSeparator)) != std::string_view::npos; text.remove_prefix(end + 2)) {
+  for (size_t end = 0; (end = text.find("; ")) != std::string_view::npos; text.remove_prefix(end + 2)) {
     reasons.emplace_back(text.substr(0, end));
   }
   reasons.emplace_back(text);
@@ -90,10 +136,9 @@ std::string ask(Session& session, std::string_view verb, std::string_view text) 
 // What the policy rejects is not passed on to the signer, and what is no signature over |text| with the key of the
 // certificate beside it is not passed on to the phone.
 std::string ask_signature(Session& signer, TextKind kind, const std::string& text) {
-  const bool is_record = kind == TextKind::kRecord;
   std::string objection = common::objection(kind, text);
   if (!objection.empty()) throw Declined("the policy forbids signing what the phone answered", {std::move(objection)});
-  std::string record = ask(signer, is_record ? "record" : "challenge", text);
+  std::string record = ask(signer, kind == TextKind::kRecord ? "record" : "challenge", text);
   const std::string fault = answer_fault(record, common::message_to_sign(kind, text));
   if (fault.empty()) return record;
   throw common::SessionError("the signer: unusable answer: " + fault);
@@ -154,8 +199,8 @@ void explain_refusal(Pass& pass, const Declined& declined) {
 
 void run(Pass& pass) {
   try {
-    Session phone("the phone", pass.request.phone_command, pass.request.timeout);
-    Session signer("the signer", pass.request.signer_command, pass.request.timeout);
+    Session phone = start("the phone", pass.request.phone_command, pass.request.timeout);
+    Session signer = start("the signer", pass.request.signer_command, pass.request.timeout);
     log_in(pass, phone, signer);
     take_record(pass, phone);
     import_signature(pass, phone, signer);

@@ -29,9 +29,6 @@ struct SignerRecord {
 // A phone compares shorter values only.
 constexpr size_t kComparedCap = 1024;
 
-// In base64.
-constexpr size_t kSignatureTextLen = 344;
-
 constexpr const char* kSignerKeys[] = {"factoryCert", "sign"};
 
 template <size_t count>
@@ -54,8 +51,8 @@ std::string cut_fault(const Fields& fields) {
   if (field != fields.end() - 1 || key.empty() || !expected->starts_with(key)) return "";
   const bool is_key_cut = key != *expected;
   if (is_key_cut && !value.empty()) return "";
-  if (!is_key_cut && key == "sign" && value.size() >= kSignatureTextLen) return "";
-  if (!is_key_cut && key == "ver" && value.size() >= 2) return "";  // the end of a record that is not signed
+  const size_t whole_len = key == "sign" ? (KELCHK_SIGNATURE_LEN + 2) / 3 * 4 : key == "ver" ? 2 : SIZE_MAX;
+  if (value.size() >= whole_len) return "";
   return fmt::format("the file is cut: it ends in {}, after {} characters", *expected, value.size());
 }
 
@@ -69,27 +66,25 @@ void warn_of_repeated_fields(Findings& findings) {
   }
 }
 
-constexpr size_t kDecodedSignatureCap = 1024;
-
 const unsigned char* bytes_of(std::string_view text) {
   return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-// The bytes of |text|, one unbroken block of base64. Empty when it does not decode, or to more than |capacity| bytes.
-std::string decode_base64(std::string_view text, size_t capacity) {
-  std::string bytes(capacity, '\0');
+// The bytes of |text|, one unbroken block of base64. Empty when it does not decode.
+std::string decode_base64(std::string_view text) {
+  std::string bytes(text.size(), '\0');
   size_t len = 0;
   auto* const out = reinterpret_cast<unsigned char*>(bytes.data());
-  bytes.resize(EVP_DecodeBase64(out, &len, capacity, bytes_of(text), text.size()) == 1 ? len : 0);
+  bytes.resize(EVP_DecodeBase64(out, &len, bytes.size(), bytes_of(text), text.size()) == 1 ? len : 0);
   return bytes;
 }
 
 std::string certificate_fault(const SignerRecord& record) {
   const size_t len = record.certificate_text.size();
-  if (len == 0) return fmt::format("factoryCert is missing, empty or above {} characters", KELCHK_CERTIFICATE_TEXT_MAX);
   if (len < KELCHK_CERTIFICATE_TEXT_MIN) {
-    return fmt::format("factoryCert has {} characters; a phone takes {} to {}", len, KELCHK_CERTIFICATE_TEXT_MIN,
-                       KELCHK_CERTIFICATE_TEXT_MAX);
+    return fmt::format("factoryCert {}; a phone takes {} to {} characters",
+                       len == 0 ? "is missing, empty or too long" : fmt::format("has {} characters", len),
+                       KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX);
   }
   if (record.certificate != nullptr) return "";
   return fmt::format("the {} characters of factoryCert are not a certificate in DER, in base64 on one line", len);
@@ -106,13 +101,13 @@ std::string signature_fault(std::string_view encoded, std::string_view signature
 SignerRecord read_signer_record(std::string_view text) {
   SignerRecord record;
   record.certificate_text = common::value_of(text, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1);
-  const std::string der = decode_base64(record.certificate_text, KELCHK_CERTIFICATE_TEXT_MAX + 1);
+  const std::string der = decode_base64(record.certificate_text);
   const unsigned char* bytes = bytes_of(der);
   record.certificate.reset(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
   record.certificate_fault = certificate_fault(record);
 
   const std::string encoded = common::value_of(text, "sign");
-  record.signature = decode_base64(encoded, kDecodedSignatureCap);
+  record.signature = decode_base64(encoded);
   record.signature_fault = signature_fault(encoded, record.signature);
   return record;
 }
@@ -133,11 +128,8 @@ void examine_signer(std::string_view text, const std::optional<std::string>& mes
 
   constexpr const char* kName = "signature";
   if (!record.signature_fault.empty()) return findings.add(kName, State::kFails, record.signature_fault);
-  if (record.certificate == nullptr) {
-    return findings.add(kName, State::kOpen, "not checked: there is no certificate");
-  }
-  if (!message) {
-    return findings.add(kName, State::kOpen, "not checked: name what was signed with --message or --chip-id");
+  if (record.certificate == nullptr || !message) {
+    return findings.add(kName, State::kOpen, "not checked: it takes a certificate, and --message or --chip-id");
   }
   const std::string words = fmt::format("made over {} characters with the certificate's key", message->size());
   findings.judge(kName, is_signed(record, *message) ? "" : "it was not " + words, "it was " + words);

@@ -173,6 +173,8 @@ class KelctlTest(unittest.TestCase):
             ({}, signs("short"), 4, "challenge signature", "1024 to 4095", 1),
             ({}, {"challenge": "ok x=1&" + signed(CHALLENGE, work("signer"))}, 4, "challenge signature", "holds more than", 1),
             ("echo failed", {}, 4, "challenge", "begins with", 0),
+            ("printf '\\033]0;x\\007provisioned' >&2", {}, 4, "challenge", "it ended before it answered", 0),
+            ("while printf x; do sleep 0.3; done; sleep 1000", {}, 4, "challenge", "no answer within 1 seconds", 0),
             ("exit 3", {}, 4, "challenge", "it ended before it answered", 0),
             ("sleep 1000", {}, 4, "challenge", "no answer within 1 seconds", 0),
             ({}, "sleep 1000", 4, "challenge signature", "no answer within 1 seconds", 0),
@@ -182,7 +184,7 @@ class KelctlTest(unittest.TestCase):
         ]
         for phone, signer, code, step, reason, seen in rows:
             with self.subTest(phone=phone, signer=signer):
-                timeout = ["--timeout", "1"] if "sleep 1000" in (phone, signer) else ["--imei", IMEI]
+                timeout = ["--timeout", "1"] if "sleep 1000" in str(phone) + str(signer) else ["--imei", IMEI]
                 imei = [] if "IMEI" in str(phone) else timeout
                 result = self.provision(*imei, phone=phone, signer=signer)
                 self.expect(result, code, "not provisioned\n" if code == 1 else "session failed\n", step)
@@ -247,6 +249,7 @@ class KelctlTest(unittest.TestCase):
     def test_says_what_cannot_be_used(self):
         phone, signer = ["--phone-command", "cat"], ["--signer-command", "cat"]
         feature, key = ["--feature-code", "F"], ["--key", "k"]
+        os.mkfifo(work("fifo"))
         for arguments, err in [
                 ([], "subcommand"), (["chek"], "subcommand"), (["provision", *phone, *signer], "--feature-code"),
                 (["provision", *phone, *signer, "--feature-code", "a&b"], 'without \\"&\\"'.replace("\\", "")),
@@ -258,6 +261,7 @@ class KelctlTest(unittest.TestCase):
                 (["provision", "--phone", BESIDE, *signer, *feature], "kelchk-simulated-phone: cannot be read"),
                 (["provision", *phone, *feature, *key, "--cert", ROOT + "/root.pem"], "k: cannot be read"),
                 (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", WORK.name], "directory"),
+                (["explain", work("fifo")], "is a FIFO"),
                 (["explain", "/dev/zero"], "16777216 bytes"), (["explain", "--root", "/dev/zero", "x"], "1048576 bytes"),
                 (["explain", "--root", work("extensions"), "x"], "one certificate in PEM was expected")]:
             with self.subTest(arguments=arguments):
@@ -284,7 +288,7 @@ class KelctlTest(unittest.TestCase):
             (good + "&", by_id, 0, ""), (good + "\0\n", by_id, 0, ""), (good + "&x=" + "y" * 4096, by_id, 0, "longer"),
             (good + "\n", by_id, 1, "sign ends in a line break"), ("", by_id, 1, "no known record"),
             ("x=" + "y" * 2500 + "&" + good, by_id, 1, "length"), ("sign=&" + good, by_id, 1, "sign appears 2 times"),
-            (bad + "&" + good, by_id, 1, "not a certificate in DER"), (good, root, 3, "name what was signed"),
+            (bad + "&" + good, by_id, 1, "not a certificate in DER"), (good, root, 3, "--message or --chip-id"),
             (good, by_id[2:], 3, "name the root"), (good, [*root, "--message", "mt02"], 1, "it was not made over"),
             (f"factoryCert={parts['factoryCert'][:1023]}&sign={parts['sign']}", by_id, 1, "has 1023 characters"),
             (good[:600], by_id, 1, "the file is cut: it ends in factoryCert, after 588"),
