@@ -28,8 +28,6 @@ for a verdict; 4 a session failed or timed out: nothing is known to be wrong wit
 // In the folder of each simulated phone.
 constexpr char kPhoneMarker[] = ".kelchk-simulated-phone";
 
-constexpr int kMaxTimeout = 24 * 60 * 60;
-
 std::string check_feature_code(const std::string& code) {
   const bool is_usable = !code.empty() && code.size() <= KELCHK_FEATURE_CODE_MAX &&
                          code.find('&') == std::string::npos &&
@@ -103,7 +101,7 @@ class CommandLine {
         "The phone's IMEI, which its record must hold; Unisoc needs it")
         ->check(check_imei);
     add(provision_, "--timeout", timeout_, "SECONDS", "The longest wait for each answer (60)")
-        ->check(CLI::Range(1, kMaxTimeout));
+        ->check(CLI::Range(1, 24 * 60 * 60));
     add(provision_, "--journal", provisioned_.journal, "FILE", "Append one JSON object on a line for this pass");
     provision_.add_flag("--json", provisioned_.as_json, "Print that object instead of the steps");
   }

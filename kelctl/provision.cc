@@ -91,15 +91,12 @@ struct Declined : std::runtime_error {
 
 // One pass over one phone, and what the journal says of it.
 struct Pass {
-  explicit Pass(const ProvisionRequest& what) : request(what) {}
-
   const ProvisionRequest& request;
   std::string start = common::journal_time();
-  std::string end;
   std::string step = "start";  // the one under way, and then the one that failed
-  std::string record;
+  std::string record{};
   common::ExitCode code = common::kNo;
-  std::vector<std::string> reasons;
+  std::vector<std::string> reasons{};
 };
 
 const char* outcome_of(const Pass& pass) {
@@ -213,7 +210,6 @@ void run(Pass& pass) {
     pass.reasons = {error.what()};
     fmt::print(stderr, "kelctl: {}: {}\n", pass.step, escape(error.what()));
   }
-  pass.end = common::journal_time();
 }
 
 std::vector<common::Journal::Field> fields_of(const Pass& pass) {
@@ -221,7 +217,7 @@ std::vector<common::Journal::Field> fields_of(const Pass& pass) {
   for (const std::string& reason : pass.reasons) {
     reasons += (reasons.empty() ? "" : ", ") + common::json_string(reason);
   }
-  return {{"start", common::json_string(pass.start)},   {"end", common::json_string(pass.end)},
+  return {{"start", common::json_string(pass.start)},   {"end", common::json_string(common::journal_time())},
           {"record", common::json_string(pass.record)}, {"outcome", common::json_string(outcome_of(pass))},
           {"step", common::json_string(pass.step)},     {"reasons", "[" + reasons + "]"}};
 }
@@ -229,11 +225,12 @@ std::vector<common::Journal::Field> fields_of(const Pass& pass) {
 }  // namespace
 
 int provision(const ProvisionRequest& request) {
-  Pass pass(request);
+  Pass pass{request};
   run(pass);
+  const std::vector<common::Journal::Field> fields = fields_of(pass);
   const std::string words = pass.code == common::kYes ? common::good(outcome_of(pass)) : common::bad(outcome_of(pass));
-  common::print((request.as_json ? common::Journal::object_of(fields_of(pass)) : words) + "\n");
-  common::Journal(request.journal).add(fields_of(pass));
+  common::print((request.as_json ? common::Journal::object_of(fields) : words) + "\n");
+  common::Journal(request.journal).add(fields);
   return pass.code;
 }
 

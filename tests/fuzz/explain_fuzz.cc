@@ -21,8 +21,7 @@ void require_plain(const std::string& shown) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   kelctl::Question question;
-  if (input.ConsumeBool())
-    question.root = std::move(kelctl::find_certificates(kelchk::kRootCertificatePem).certificates[0]);
+  if (input.ConsumeBool()) question.root = std::move(kelctl::find_certificates(kelchk::kRootCertificatePem)[0]);
   if (input.ConsumeBool()) question.message = input.ConsumeRandomLengthString(64);
   const std::string bytes = input.ConsumeRemainingBytesAsString();
   kelctl::Findings findings = kelctl::examine(bytes, question);
