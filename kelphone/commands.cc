@@ -1,13 +1,14 @@
+// The commands other than "check".
 #include "kelphone/commands.h"
 
-#include <cutils/properties.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <iterator>
-#include <string_view>
-#include <utility>
 
 #include "common/escape.h"
 #include "common/file.h"
+#include "common/line_protocol.h"
 #include "common/outcome.h"
 #include "common/output.h"
 #include "kelchk.h"
@@ -18,30 +19,80 @@
 namespace kelphone {
 namespace {
 
-constexpr char kHelp[] = R"(usage: kelphone [--log] [--wait SECONDS] COMMAND
-
-  check [--json]      "valid" or "not valid", and why; repairs a damaged copy
-  check --service     the same for init: waits until it can decide, logs one line and
-                      sets ro.vendor.kelchk.verdict
-  security [--json]   the security state report, 24 properties
-  efuse               "efused" or "not efused"
-  authorize FILE      import an authorization file; "-" is standard input
-  line                serve a factory host, a request and an answer a line
-  version
-
-  --log               show the library's messages on standard error as they come
-  --wait SECONDS      for another process that uses this phone (10), or with --service
-                      for all that the verdict needs (60)
-
-Exit codes: 0 yes or done; 1 no or refused; 2 wrong usage, or something unreadable or
-not writable; 4 timed out: nothing is known to be wrong with the phone, try again.
-)";
-
 constexpr char kHiddenRemark[] =
     "\nNo vendor process may read the six partition.*.verified.root_digest: their \"false\" says nothing.\n";
 
-// Names and JSON values.
-using Members = std::vector<std::pair<std::string, std::string>>;
+// Readies this process for one operation of the library. Returns the owner of the lock.
+common::Fd begin(const Options& options) {
+  const unsigned wait = options.wait.value_or(kLockWait);
+  expect("answer from this phone", wait + kAnswerLimit);
+  common::Fd folder = open_lock_folder();
+  if (!folder) common::throw_errno(kLockFolder, "cannot be opened");
+  lock(folder, wait);
+  begin_operation();
+  return folder;
+}
+
+// The values of the report. A value may hold an "&", so it ends where the next name begins.
+Members values_of(std::string_view report) {
+  Members values;
+  for (size_t i = 0; i < std::size(properties); ++i) {
+    const bool is_last = i + 1 == std::size(properties);
+    const std::string next = is_last ? "&" : std::string("&") + properties[i + 1] + "=";
+    report.remove_prefix(std::strlen(properties[i]) + 1);
+    const size_t end = is_last ? report.size() - 1 : report.find(next);
+    values.emplace_back(properties[i], report.substr(0, end));
+    report.remove_prefix(end + 1);
+  }
+  return values;
+}
+
+std::string as_table(const Members& values) {
+  constexpr size_t kNameWidth = 43;
+  std::string text;
+  for (const auto& [name, value] : values) {
+    text.append(name).append(kNameWidth - name.size(), ' ').append(common::escape(value)).append("\n");
+  }
+  return text;
+}
+
+std::string answer(int result, std::string_view text = "") {
+  return result == 0 ? common::ok_line(text) : common::failed_line(messages().reasons);
+}
+
+std::string challenge(const std::string& text) {
+  const auto chosen = text.empty() ? KELCHK_CHALLENGE_MAX : parse_number(text, KELCHK_CHALLENGE_MAX);
+  if (!chosen) return common::failed_line({"challenge takes 0 to " + std::to_string(KELCHK_CHALLENGE_MAX)});
+  unsigned len = *chosen;
+  char labelled[KELCHK_CHALLENGE_ANSWER_CAP];
+  const int result = kelo_get_rand(labelled, &len);
+  return answer(result, g_rand_buf);
+}
+
+std::string record(const std::string& request) {
+  char out[KELCHK_RECORD_MAX];
+  unsigned len = 0;
+  const int result = kelo_get_para(request.c_str(), static_cast<unsigned>(request.size()), out, &len);
+  return answer(result, {out, len});
+}
+
+std::string import_record(const std::string& text) {
+  if (g_is_authed == 1) make_store_folders();
+  return answer(kelo_import_para_sign(text.c_str(), static_cast<unsigned>(text.size())));
+}
+
+std::string answer_to(const common::Request& request) {
+  const std::string& text = request.text;
+  begin_operation();
+  if (request.verb == "challenge") return challenge(text);
+  if (request.verb == "respond") return answer(kelo_verify_rand(text.c_str(), static_cast<unsigned>(text.size())));
+  if (request.verb == "record") return record(text);
+  if (request.verb == "import") return import_record(text);
+  return common::failed_line(
+      {"unknown request \"" + request.verb + "\": challenge, respond, record or import was expected"});
+}
+
+}  // namespace
 
 std::string json_object(const Members& members) {
   std::string text;
@@ -51,90 +102,15 @@ std::string json_object(const Members& members) {
   return text + "\n}\n";
 }
 
-std::string as_json(const Verdict& verdict) {
-  const auto yes_or_no = [](bool value) { return value ? "true" : "false"; };
-  return json_object({{"valid", yes_or_no(verdict.is_valid)},
-                      {"reason", common::json_string(joined(verdict.words))},
-                      {"field", common::json_string(verdict.mismatch.field)},
-                      {"stored", common::json_string(verdict.mismatch.stored)},
-                      {"present", common::json_string(verdict.mismatch.present)},
-                      {"locked", yes_or_no(verdict.unlocked.empty())},
-                      {"messages", common::json_string(verdict.is_valid ? "" : joined(texts()))}});
-}
-
-std::string as_text(const Verdict& verdict) {
-  std::string text = (verdict.is_valid ? common::good("valid") : common::bad("not valid")) + "\n";
-  for (const std::string& line : verdict.words) text += common::escape(line) + "\n";
-  if (!verdict.unlocked.empty()) text += "checked without the lock: " + common::escape(verdict.unlocked) + "\n";
-  return verdict.is_valid ? text : text + listed(texts());
-}
-
-// The values of the report, in the order of |properties|. A value may hold an "&", so it ends where the next name
-// begins.
-Members values_of(std::string_view report) {
-  Members values;
-  for (size_t i = 0; i < std::size(properties); ++i) {
-    const std::string name = properties[i];
-    std::string next("&");
-    if (i + 1 < std::size(properties)) next.append(properties[i + 1]).append("=");
-    const size_t begin = name.size() + 1;
-    const size_t end = i + 1 < std::size(properties) ? report.find(next, begin) : report.size() - 1;
-    values.emplace_back(name, report.substr(begin, end - begin));
-    report.remove_prefix(end + 1);
-  }
-  return values;
-}
-
-std::string as_table(const Members& values) {
-  constexpr size_t kNameWidth = 43;
-  std::string text;
-  bool is_hidden = false;
-  for (const auto& [name, value] : values) {
-    text.append(name).append(kNameWidth - name.size(), ' ').append(common::escape(value)).append("\n");
-    is_hidden = is_hidden || (name.ends_with(".verified.root_digest") && value == "false");
-  }
-  return is_hidden ? text + kHiddenRemark : text;
-}
-
-// Why the answer is only the one for doubt; empty when the phone gave it.
-std::string efuse_doubt() {
-  char value[PROPERTY_VALUE_MAX];
-  if (is_mt_chip() == 1) return ::property_get("ro.boot.efusemode", value, "") > 0 ? "" : "no ro.boot.efusemode";
-  for (const Message& message : messages()) {
-    const bool is_last_try = message.text.starts_with("dlsym ") || message.text.starts_with("dlopen /vendor/lib64/");
-    if (is_last_try) return message.text;
-  }
-  return "";
-}
-
-// Readies this process for one operation of the library.
-Lock begin(const Options& options) {
-  const unsigned wait = options.wait.value_or(kLockWait);
-  expect("answer from this phone", wait + kAnswerLimit);
-  Lock lock(wait);
-  begin_operation();
-  return lock;
-}
-
-}  // namespace
-
-int check(const Options& options) {
-  if (options.service) return check_at_boot(options);
-  const unsigned wait = options.wait.value_or(kLockWait);
-  expect("answer from this phone", wait + kAnswerLimit);
-  const Verdict verdict = check_stored_files(wait);
-  common::print(options.json ? as_json(verdict) : as_text(verdict));
-  return verdict.is_valid ? common::kYes : common::kNo;
-}
-
 int security(const Options& options) {
-  const Lock lock = begin(options);
+  const common::Fd lock = begin(options);
   char report[KELCHK_SECURITY_REPORT_CAP];
   unsigned len = 0;
-  if (kelo_bsp_sec_ctrl_get(report, sizeof report, &len) != 0) throw common::Refusal(joined(reasons()));
+  if (kelo_bsp_sec_ctrl_get(report, sizeof report, &len) != 0) throw common::Refusal(joined(messages().reasons));
   Members values = values_of({report, len});
+  const bool is_hidden = std::strstr(report, ".verified.root_digest=false&") != nullptr;
   if (!options.json) {
-    common::print(as_table(values));
+    common::print(as_table(values) + (is_hidden ? kHiddenRemark : ""));
     return common::kYes;
   }
   for (auto& [name, value] : values) value = common::json_string(value);
@@ -143,11 +119,9 @@ int security(const Options& options) {
 }
 
 int efuse(const Options& options) {
-  const Lock lock = begin(options);
+  const common::Fd lock = begin(options);
   const bool is_efused = is_device_efused() == 1;
-  const std::string doubt = efuse_doubt();
-  common::print(is_efused ? "efused\n" : "not efused\n");
-  if (!doubt.empty()) common::print("the phone cannot tell, which counts as efused: " + common::escape(doubt) + "\n");
+  common::print((is_efused ? "efused\n" : "not efused\n") + listed(messages().reasons));
   return is_efused ? common::kYes : common::kNo;
 }
 
@@ -155,20 +129,23 @@ int authorize(const Options& options) {
   expect("end of the authorization file", kInputLimit);
   const std::string content = common::read_file(options.file, KELCHK_SIGNED_FILE_MAX);
   if (content.empty()) throw common::Error(options.file + ": is empty; 1 to 4096 bytes were expected");
-  const Lock lock = begin(options);
+  const common::Fd lock = begin(options);
   make_store_folders();
   const bool is_done = kelo_import_aufile(content.data(), static_cast<unsigned>(content.size())) == 0;
-  common::print(is_done ? common::good("ok") + "\n" : common::bad("failed") + "\n" + listed(reasons()));
+  common::print(is_done ? common::good("ok") + "\n" : common::bad("failed") + "\n" + listed(messages().reasons));
   return is_done ? common::kYes : common::kNo;
 }
 
-int show_version(const Options& /*options*/) {
-  common::print("kelphone " KELCHK_VERSION "\n");
-  return common::kYes;
-}
-
-int show_help(const Options& /*options*/) {
-  common::print(kHelp);
+// Challenge, login and record live as long as the session.
+int serve_session(const Options& options) {
+  const common::Fd lock = begin(options);
+  expect("request", kInputLimit);
+  common::serve_lines(STDIN_FILENO, STDOUT_FILENO, [](const common::Request& request) {
+    expect("answer from this phone", kAnswerLimit);
+    std::string line = answer_to(request);
+    expect("request", kInputLimit);
+    return line;
+  });
   return common::kYes;
 }
 

@@ -3,6 +3,9 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kelphone {
 
@@ -12,24 +15,21 @@ struct Options {
   bool service = false;
   std::optional<unsigned> wait;  // seconds
   std::string file;
-  int (*run)(const Options& options) = nullptr;  // the command
-  bool needs_phone = true;
 };
-
-// Throws Error, naming what is wrong.
-Options parse_options(int argc, char** argv);
 
 // Each returns the exit code.
 int check(const Options& options);
+int check_at_boot(const Options& options);  // "check --service"
 int security(const Options& options);
 int efuse(const Options& options);
 int authorize(const Options& options);
-int serve_session(const Options& options);  // "line": answers a factory host's requests until they end
-int show_version(const Options& options);
-int show_help(const Options& options);
+int serve_session(const Options& options);  // "line"
 
-// "check --service", where nobody reads what a program prints: waits until it can decide, logs one line and sets the
-// verdict property.
-int check_at_boot(const Options& options);
+// An object of names and JSON values.
+using Members = std::vector<std::pair<std::string, std::string>>;
+std::string json_object(const Members& members);
+
+// The whole of |text| as a number of at most |max|.
+std::optional<unsigned> parse_number(std::string_view text, unsigned max);
 
 }  // namespace kelphone

@@ -25,10 +25,13 @@ void give_up(int /*signal*/) {
 
 }  // namespace
 
-Lock::Lock(unsigned wait) : folder_(::open(kLockFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (!folder_) common::throw_errno(kLockFolder, "cannot be opened");
+common::Fd open_lock_folder() {
+  return common::Fd(::open(kLockFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+void lock(const common::Fd& folder, unsigned wait) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(wait);
-  while (::flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
+  while (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) common::throw_errno(kLockFolder, "cannot be locked");
     if (std::chrono::steady_clock::now() >= end) {
       throw common::SessionError("another process uses this phone: /kelofs was locked for " + std::to_string(wait) +

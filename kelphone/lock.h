@@ -12,16 +12,13 @@ inline constexpr unsigned kInputLimit = 600;  // for a file or the next request
 
 inline constexpr char kLockFolder[] = "/kelofs";
 
-// Keeps other processes that take the same lock off this phone: two would overwrite each other's files.
-class Lock {
- public:
-  // Waits for up to |wait| seconds. Throws SessionError when another process has the lock even then, and Error when the
-  // lock folder cannot be opened.
-  explicit Lock(unsigned wait);
+// The folder whose lock keeps other processes off this phone: two would overwrite each other's files. Without it, the
+// result is empty and errno says why.
+common::Fd open_lock_folder();
 
- private:
-  common::Fd folder_;
-};
+// Waits for up to |wait| seconds for the lock, which lasts as long as |folder|. Throws SessionError when another
+// process has it even then.
+void lock(const common::Fd& folder, unsigned wait);
 
 // Begins a step and ends the one before: unless another begins within |limit| seconds, the process says that there was
 // no |what| and ends with kSessionFailed. Nothing else gets out of a vendor library or a device that hangs.

@@ -7,31 +7,24 @@
 
 namespace kelphone {
 
-struct Message {
-  int priority;
-  std::string text;
+using Lines = std::vector<std::string>;
+
+struct Messages {
+  Lines all;
+  Lines reasons;  // those that explain a failure: errors, and what names the certificate's fault and the chip id
 };
+
+// The library's messages since begin_operation().
+const Messages& messages();
+void begin_operation();
 
 // Also shows each message on standard error as it comes, such as "E kelchk: read_rid err".
 void show_messages();
 
-// Forgets the messages so far: what comes now belongs to a new operation.
-void begin_operation();
+// |lines| in one line, separated by "; ".
+std::string joined(const Lines& lines);
 
-// The library's messages since begin_operation().
-const std::vector<Message>& messages();
-
-// All of them, and those that explain a failure: errors, and what names the certificate's fault and the chip id.
-std::vector<std::string> texts();
-std::vector<std::string> reasons();
-
-// |texts| in one line, separated by "; ".
-std::string joined(const std::vector<std::string>& texts);
-
-// |texts| as indented, escaped lines. Nothing after show_messages(): they have been shown.
-std::string listed(const std::vector<std::string>& texts);
-
-// Writes |text| to the Android log under kelphone's own tag, as one escaped line.
-void log_line(int priority, const std::string& text);
+// |lines| indented and escaped. Empty after show_messages(): they have been shown.
+std::string listed(const Lines& lines);
 
 }  // namespace kelphone

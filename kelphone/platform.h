@@ -16,7 +16,7 @@ bool is_phone();
 // Whether the phone's folders belong to the user "system", so that root must become that user.
 bool has_system_user();
 
-// Whether a file system is mounted at |folder|. False when |folder| does not exist.
-bool is_mounted(const std::string& folder);
+// Whether a file system is mounted at the folder |path|, which exists.
+bool is_mounted(const std::string& path);
 
 }  // namespace kelphone

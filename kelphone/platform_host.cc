@@ -23,9 +23,8 @@ bool has_system_user() {
 }
 
 // A simulated phone is one file system.
-bool is_mounted(const std::string& folder) {
-  struct stat status = {};
-  return ::stat(folder.c_str(), &status) == 0;
+bool is_mounted(const std::string& /*path*/) {
+  return true;
 }
 
 }  // namespace kelphone

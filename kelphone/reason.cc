@@ -13,7 +13,7 @@ constexpr std::string_view kOtherRootOutcomes[] = {"unable to get local issuer c
 // A message that decides, by how it begins.
 struct Row {
   std::string_view beginning;
-  std::string_view words;
+  const char* words;
   bool is_decided = true;
 };
 
@@ -45,8 +45,6 @@ constexpr Row kRows[] = {
 // The library stops at the first field that differs. These come before the chip id and leave open whose file it is.
 constexpr std::string_view kBeforeChipId[] = {"buildType", "buildTime", "countrySha"};
 
-using Messages = std::vector<Message>;
-
 bool is_any_of(std::string_view text, const auto& texts) {
   return std::find(std::begin(texts), std::end(texts), text) != std::end(texts);
 }
@@ -56,67 +54,65 @@ std::string quoted(const std::string& text) {
 }
 
 // What follows |beginning| in the last message that has it.
-std::string rest_of(const Messages& messages, std::string_view beginning) {
+std::string rest_of(const Lines& messages, std::string_view beginning) {
   const auto found = std::find_if(messages.rbegin(), messages.rend(),
-                                  [&](const Message& message) { return message.text.starts_with(beginning); });
-  return found != messages.rend() ? found->text.substr(beginning.size()) : "";
+                                  [&](const std::string& message) { return message.starts_with(beginning); });
+  return found != messages.rend() ? found->substr(beginning.size()) : "";
 }
 
-Reason chain_reason(const Messages& messages) {
+Reason chain_reason(const Lines& messages) {
   const std::string outcome = rest_of(messages, "kelo_X509_verify_cert ret = ");
-  if (outcome.empty()) return {.words = "its signer could not be checked", .is_decided = false};
-  if (is_any_of(outcome, kOtherRootOutcomes)) return {.words = "its signer is of another root: " + outcome};
-  return {.words = "its signer certificate is not accepted: " + outcome};
+  if (outcome.empty()) return {"its signer could not be checked", false};
+  if (is_any_of(outcome, kOtherRootOutcomes)) return {"its signer is of another root: " + outcome};
+  return {"its signer certificate is not accepted: " + outcome};
 }
 
-Reason signature_reason(const Messages& messages, File file) {
-  if (file == kParameters) return {.words = "its content was changed: the signature does not fit"};
-  return {.words = "another phone's, or changed: the signature does not fit this phone's chip id " +
-                   quoted(rest_of(messages, "rid="))};
+Reason signature_reason(const Lines& messages, File file) {
+  if (file == kParameters) return {"its content was changed: the signature does not fit"};
+  const std::string chip_id = quoted(rest_of(messages, "rid="));
+  return {"another phone's, or changed: the signature does not fit this phone's chip id " + chip_id};
 }
 
-std::optional<Reason> mismatch_reason(const std::string& text) {
+std::optional<Reason> mismatch_reason(const std::string& message) {
   constexpr std::string_view kPresent = " err val_buf=";
   constexpr std::string_view kStored = " , t_buf=";
-  const size_t present = text.find(kPresent);
-  const size_t stored = text.rfind(kStored);  // the signed value does not hold these words; the phone's might
+  const size_t present = message.find(kPresent);
+  const size_t stored = message.rfind(kStored);  // the signed value does not hold these words; the phone's might
   if (present == std::string::npos || stored == std::string::npos) return {};
-  Reason reason;
-  reason.field = text.substr(0, present);
-  if (reason.field == "serialno") reason.field = "psn";  // as the record calls it
-  reason.present = text.substr(present + kPresent.size(), stored - present - kPresent.size());
-  reason.stored = text.substr(stored + kStored.size());
-  reason.words = reason.field == "cpuID" ? "the stored file is another phone's: " : "this phone has changed: ";
-  reason.words += reason.field + " is " + quoted(reason.present) + ", the file says " + quoted(reason.stored);
-  if (is_any_of(reason.field, kBeforeChipId)) reason.words += " (the chip ids were not compared)";
-  return reason;
+  std::string field = message.substr(0, present);
+  if (field == "serialno") field = "psn";  // as the record calls it
+  const size_t present_value = present + kPresent.size();
+  std::string words = field == "cpuID" ? "the stored file is another phone's: " : "this phone has changed: ";
+  words += field + " is " + quoted(message.substr(present_value, stored - present_value));
+  words += ", the file says " + quoted(message.substr(stored + kStored.size()));
+  if (is_any_of(field, kBeforeChipId)) words += " (the chip ids were not compared)";
+  return Reason{words};
 }
 
-std::optional<Reason> reason_of(const std::string& text, const Messages& messages, File file, const Look& look) {
-  const bool is_missing = look.is_missing && text.find(" open path error =") != std::string::npos;
-  if (is_missing) return Reason{.words = "missing"};
-  if (text.starts_with("sub certificate err")) return chain_reason(messages);
-  if (text.starts_with("signature err")) return signature_reason(messages, file);
+std::optional<Reason> reason_of(const std::string& message, const Lines& messages, File file) {
+  if (message.starts_with("sub certificate err")) return chain_reason(messages);
+  if (message.starts_with("signature err")) return signature_reason(messages, file);
   for (const Row& row : kRows) {
-    if (text.starts_with(row.beginning)) return Reason{.words = std::string(row.words), .is_decided = row.is_decided};
+    if (message.starts_with(row.beginning)) return Reason{row.words, row.is_decided};
   }
   // "psn err" and its like: no other message is a single word and "err".
-  const size_t space = text.find_first_of(" _");
-  if (space != std::string::npos && text.substr(space) == " err") {
-    return Reason{.words = "its record lacks " + text.substr(0, space), .field = text.substr(0, space)};
+  const size_t space = message.find_first_of(" _");
+  if (space != std::string::npos && message.substr(space) == " err") {
+    return Reason{"its record lacks " + message.substr(0, space)};
   }
-  return mismatch_reason(text);
+  return mismatch_reason(message);
 }
 
 }  // namespace
 
-Reason explain(const Messages& messages, File file, const Look& look) {
-  if (!look.error.empty()) return {.words = look.error, .is_decided = false};
-  if (!look.is_missing && look.content.empty()) return {.words = "it is empty"};
-  for (const Message& message : messages) {
-    if (const auto reason = reason_of(message.text, messages, file, look)) return *reason;
+Reason explain(const Lines& messages, File file, const Look& look) {
+  if (look.is_missing) return {"missing"};
+  if (!look.error.empty()) return {look.error, false};
+  if (look.content.empty()) return {"it is empty"};
+  for (const std::string& message : messages) {
+    if (const auto reason = reason_of(message, messages, file)) return *reason;
   }
-  return {.words = "it was rejected, and the messages do not say why"};
+  return {"it was rejected, and the messages do not say why"};
 }
 
 }  // namespace kelphone

@@ -32,22 +32,19 @@ std::string store_trouble(Copy copy) {
 
 void make_store_folders() {
   constexpr mode_t kMode = 0770;
-  for (const Copy copy : {kPrimary, kBackup}) static_cast<void>(::mkdir(store_folder(copy).c_str(), kMode));
+  for (const Copy copy : kCopies) static_cast<void>(::mkdir(store_folder(copy).c_str(), kMode));
 }
 
 Look look_at(File file, Copy copy) {
-  constexpr size_t kCap = KELCHK_SIGNED_FILE_MAX + 1;
   const char* const name = file == kAuthorization ? KELCHK_AUTHORIZATION_FILE : KELCHK_PARAMETER_FILE;
-  Look look;
   const common::Fd fd(::open((store_folder(copy) + name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  look.is_missing = !fd && errno == ENOENT;
+  if (!fd && errno == ENOENT) return {.is_missing = true};
+  char content[KELCHK_SIGNED_FILE_MAX + 1];
+  const ssize_t len = fd ? ::read(fd.get(), content, sizeof content) : -1;
+  if (len < 0) return {.error = std::strerror(errno)};
   struct stat status = {};
-  char content[kCap];
-  const ssize_t len = fd && ::fstat(fd.get(), &status) == 0 ? ::read(fd.get(), content, sizeof content) : -1;
-  if (len < 0 && !look.is_missing) look.error = std::strerror(errno);
-  if (len >= 0 && !S_ISREG(status.st_mode)) look.error = "not a regular file";
-  if (len >= 0) look.content.assign(content, static_cast<size_t>(len));
-  return look;
+  if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {.error = "not a regular file"};
+  return {.content = std::string(content, static_cast<size_t>(len))};
 }
 
 }  // namespace kelphone

@@ -207,8 +207,7 @@ class KelphoneTest(unittest.TestCase):
         make_phone("mediatek", "--serial", "5")
         store(good)
         verdict = json.loads(self.expect(on_phone("check", "--json"), 1))
-        self.assertEqual((verdict["valid"], verdict["field"], verdict["stored"], verdict["locked"]),
-                         (False, "cpuID", CHIP_IDS["mediatek"], True))
+        self.assertEqual((verdict["valid"], verdict["reason"].startswith("parameter file: ")), (False, True))
         result = on_phone("--log", "check", env={**os.environ, "KELCHK_LOG": LOG})
         self.assertNotIn("  check_para", self.expect(result, 1, err="E kelchk: check_para err\n"))
         with open(work("phone" + LOG)) as file:  # passed on, too
@@ -268,7 +267,7 @@ class KelphoneTest(unittest.TestCase):
         for command in ["check", "security", "efuse", "line"]:
             self.expect(on_phone("--wait", "0", command), 4, err="another process uses this phone")
         self.assertEqual(session.end(), 0)
-        self.expect(on_phone("efuse", "--wait=0"), 0, "efused")
+        self.expect(on_phone("efuse", "--wait", "0"), 0, "efused")
         remove("kelofs")
         for command in ["security", "efuse", "line"]:
             self.expect(on_phone(command), 2, err="/kelofs: cannot be opened: No such file or directory")
@@ -296,13 +295,13 @@ class KelphoneTest(unittest.TestCase):
         self.assertNotIn("vendor process", self.expect(on_phone("security"), 0, f"{'ro.boot.efusemode':<42} hw\n"))
         set_property("partition.vendor.verified.root_digest=")
         self.expect(on_phone("security"), 0, "No vendor process may read")
-        for value, code, out in [("sw", 1, "not efused\n"), ("", 0, "the phone cannot tell, which counts as efused: ")]:
+        for value, code, out in [("sw", 1, "not efused\n"), ("", 0, "efused\n")]:
             set_property("ro.boot.efusemode=" + value)
             self.expect(on_phone("efuse"), code, out)
         make_phone("unisoc")
         self.expect(on_phone("efuse"), 0, "efused\n")
         remove("vendor/lib/libefuse.so")
-        self.expect(on_phone("efuse"), 0, "counts as efused: dlopen /vendor/lib64/libefuse.so")
+        self.expect(on_phone("efuse"), 0, "efused\n  dlopen /vendor/lib/libefuse.so")
         for text, code, out in [(signed(CHIP_IDS["unisoc"]), 0, "ok\n"), ("x" * 4097, 2, ""), ("", 2, ""),
                                 (signed("x"), 1, "failed\n  rid=spab12cd3400000000\n  signature err\n")]:
             self.expect(on_phone("authorize", "-", input=text.encode()), code, out)
