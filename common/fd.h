@@ -9,26 +9,21 @@ namespace common {
 
 class Fd {
  public:
-  Fd() = default;
-  explicit Fd(int fd) : fd_(fd) {}
+  explicit Fd(int fd = -1) : fd_(fd) {}
   Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
   Fd& operator=(Fd&& other) noexcept {
-    reset(std::exchange(other.fd_, -1));
+    std::swap(fd_, other.fd_);
     return *this;
   }
-  ~Fd() { reset(); }
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
 
   explicit operator bool() const { return fd_ >= 0; }
   [[nodiscard]] int get() const { return fd_; }
-  void reset(int fd = -1) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
-  }
 
  private:
-  int fd_ = -1;
+  int fd_;
 };
 
 }  // namespace common

@@ -9,13 +9,16 @@
 namespace common {
 
 // Reads the file |path|, "-" for standard input. Throws Error, naming it, when it cannot be read or holds more than
-// |max| bytes; read_start() stops at |max| bytes instead.
+// |max| bytes.
 std::string read_file(const std::string& path, size_t max);
-std::string read_start(const std::string& path, size_t max);
 
 // Writes a file that does not exist yet, with exactly |mode| whatever the umask, and flushes it to storage. Throws
 // Error, naming it, when it exists or when a step fails; a file that was begun is then removed.
 void write_new_file(const std::string& path, std::string_view content, mode_t mode);
+
+// Replaces |bytes| by what one read returns: a few KiB at most, nothing at the end. Returns false with errno when it
+// fails.
+bool read_some(int fd, std::string& bytes);
 
 // Writes everything, or returns false with errno.
 bool write_all(int fd, std::string_view content);

@@ -1,9 +1,7 @@
 #include "common/line_protocol.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <utility>
 
 #include "common/escape.h"
 #include "common/file.h"
@@ -18,12 +16,10 @@ constexpr std::string_view kFailed = "failed: ";
 constexpr std::string_view kEscaped = "\n\r\\";
 constexpr std::string_view kLetters = "nr\\";
 
-std::string too_long() {
-  return "the line is longer than the " + std::to_string(kMaxLineLen) + " bytes that are accepted";
-}
-
 void require_line(std::string_view line) {
-  if (line.size() > kMaxLineLen) throw Refusal(too_long());
+  if (line.size() > kMaxLineLen) {
+    throw Refusal("the line is longer than the " + std::to_string(kMaxLineLen) + " bytes that are accepted");
+  }
   if (line.find('\0') != std::string_view::npos) throw Refusal("the line has a NUL inside");
 }
 
@@ -34,16 +30,6 @@ std::string answer_to(std::string_view line, const std::function<std::string(con
   } catch (const Refusal& refusal) {
     return failed_line({refusal.what()});
   }
-}
-
-bool read_more(int in, LineBuffer& lines) {
-  char bytes[4096];
-  ssize_t count = -1;
-  do count = ::read(in, bytes, sizeof bytes);
-  while (count < 0 && errno == EINTR);
-  if (count < 0) throw_errno("the request", "cannot be read");
-  lines.add({bytes, static_cast<size_t>(count)});
-  return count > 0;
 }
 
 }  // namespace
@@ -99,24 +85,21 @@ std::string failed_line(const std::vector<std::string>& reasons) {
 }
 
 void LineBuffer::add(std::string_view bytes) {
-  if (is_passing_over_) {
-    const size_t end = bytes.find('\n');
-    if (end == std::string_view::npos) return;
-    bytes.remove_prefix(end + 1);
-    is_passing_over_ = false;
+  for (const char c : bytes) {
+    if (c == '\n') {
+      lines_.push(std::exchange(unfinished_, ""));
+    } else if (unfinished_.size() < kMaxLineLen + 2) {  // a carriage return may be dropped
+      unfinished_ += c;
+    }
   }
-  unread_ += bytes;
 }
 
-LineBuffer::Next LineBuffer::take(std::string& line) {
-  const size_t end = unread_.find('\n');
-  const bool is_complete = end != std::string::npos;
-  if (!is_complete && unread_.size() <= kMaxLineLen + 1) return Next::kNone;
-  is_passing_over_ = !is_complete;
-  line = unread_.substr(0, end);
-  unread_.erase(0, is_complete ? end + 1 : end);
-  if (is_complete && line.ends_with('\r')) line.pop_back();
-  return line.size() <= kMaxLineLen ? Next::kLine : Next::kTooLong;
+bool LineBuffer::take(std::string& line) {
+  if (lines_.empty()) return false;
+  line = std::move(lines_.front());
+  lines_.pop();
+  if (line.ends_with('\r')) line.pop_back();
+  return true;
 }
 
 void serve_lines(int in, int out, const std::function<std::string(const Request& request)>& answer) {
@@ -124,13 +107,15 @@ void serve_lines(int in, int out, const std::function<std::string(const Request&
     if (!write_all(out, text + "\n")) throw_errno("the answer", "cannot be written");
   };
   LineBuffer lines;
+  std::string bytes;
   std::string line;
-  while (read_more(in, lines)) {
-    for (auto next = lines.take(line); next != LineBuffer::Next::kNone; next = lines.take(line)) {
-      write_answer(next == LineBuffer::Next::kLine ? answer_to(line, answer) : failed_line({too_long()}));
-    }
-  }
-  if (lines.is_inside_line()) write_answer(failed_line({"the last line has no line break; it may have been cut"}));
+  do {
+    if (!read_some(in, bytes)) throw_errno("the request", "cannot be read");
+    lines.add(bytes);
+    while (lines.take(line)) write_answer(answer_to(line, answer));
+  } while (!bytes.empty());
+  if (lines.unfinished().empty()) return;
+  write_answer(failed_line({"the last line has no line break; it may have been cut"}));
 }
 
 }  // namespace common

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <queue>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,22 +38,20 @@ std::string ok_line(std::string_view text = "");
 // Each reason is escaped (escape.h). What makes the line too long is left out.
 std::string failed_line(const std::vector<std::string>& reasons);
 
-// Cuts what arrives into lines, and never keeps more than one line and what arrived with its end.
+// Cuts what arrives into lines. Of a line that is too long it keeps a byte too many, and drops the rest.
 class LineBuffer {
  public:
-  enum class Next { kNone, kLine, kTooLong };
-
   void add(std::string_view bytes);
 
-  // The next line that is complete, in |line|. kTooLong stands for a whole line; its rest is passed over.
-  Next take(std::string& line);
+  // Moves the next complete line to |line|, without its line break, or returns false.
+  bool take(std::string& line);
 
-  // Whether a line has begun that is not complete.
-  [[nodiscard]] bool is_inside_line() const { return !unread_.empty(); }
+  // The line that has begun and is not complete.
+  [[nodiscard]] const std::string& unfinished() const { return unfinished_; }
 
  private:
-  std::string unread_;
-  bool is_passing_over_ = false;
+  std::queue<std::string> lines_;
+  std::string unfinished_;
 };
 
 // Answers each line that |in| holds on |out| until |in| ends. |answer| returns the whole answer line; a Refusal that it

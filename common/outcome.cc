@@ -1,25 +1,54 @@
 #include "common/outcome.h"
 
-#include <iostream>
-#include <string>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
 
 #include "common/escape.h"
-#include "common/output.h"
+#include "common/file.h"
 
 namespace common {
 namespace {
 
+std::string paint(const char* colour, std::string_view words) {
+  if (::isatty(STDOUT_FILENO) != 1) return std::string(words);
+  return colour + std::string(words) + "\x1b[0m";
+}
+
+// The next file opened would take the number of a standard stream that was closed, and receive this program's output.
+// The replacements fail every use, as a closed stream does.
+void replace_closed_streams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) < 0) ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 int report(const char* program, const std::string& message, ExitCode code) {
-  std::cerr << program << ": " << escape(message) << std::endl;
+  std::fprintf(stderr, "%s: %s\n", program, escape(message).c_str());
   return code;
 }
 
 }  // namespace
 
+void print(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
+  throw_errno("standard output", "cannot be written");
+}
+
+std::string good(std::string_view words) {
+  return paint("\x1b[32m", words);
+}
+
+std::string bad(std::string_view words) {
+  return paint("\x1b[31m", words);
+}
+
 int run_program(const char* program, const std::function<int()>& body) {
+  replace_closed_streams();
   try {
     const int code = body();
-    close_output();
+    if (std::fclose(stdout) != 0) throw_errno("standard output", "cannot be written");
     return code;
   } catch (const Refusal& refusal) {
     return report(program, std::string("refused: ") + refusal.what(), kNo);

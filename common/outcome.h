@@ -1,8 +1,10 @@
-// How a program ends.
+// What a program prints, and how it ends.
 #pragma once
 
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace common {
 
@@ -14,22 +16,22 @@ enum ExitCode {
   kSessionFailed = 4,  // a session failed or timed out: nothing is known to be wrong with the phone
 };
 
-// The texts of all three hold file names and other untrusted text as it is: whoever shows one escapes it (escape.h).
-
-// Ends the program with kUnusable. The text names the option or file and what was expected.
-struct Error : std::runtime_error {
+// Ends the program with |code|. The text holds file names and other untrusted text as it is: whoever shows it escapes
+// it (escape.h).
+template <ExitCode code>
+struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+using Error = Failure<kUnusable>;  // names the option or file and what was expected
+using Refusal = Failure<kNo>;
+using SessionError = Failure<kSessionFailed>;
 
-// Ends the program with kNo.
-struct Refusal : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+// Writes |text| to standard output at once. Throws Error when that fails.
+void print(std::string_view text);
 
-// Ends the program with kSessionFailed.
-struct SessionError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+// |words| in green or red when standard output is a terminal, else as they are.
+std::string good(std::string_view words);
+std::string bad(std::string_view words);
 
 // Runs |body|, the whole of |program|, closes standard output and returns the exit code. What |body| throws becomes an
 // exit code and an escaped message on standard error.

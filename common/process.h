@@ -6,7 +6,6 @@
 #include <chrono>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "common/fd.h"
@@ -19,7 +18,7 @@ class Process {
   // Starts |command|, looked for in PATH unless it holds a "/", in a process group of its own, which ends when this
   // object or this process does, however that ends. Its standard error stays this program's. |name| is how messages
   // call it. Throws SessionError when it cannot start. From then on this process ignores SIGPIPE.
-  Process(std::string name, const std::vector<std::string>& command);
+  Process(std::string name, std::vector<std::string> command);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   ~Process();  // ends the group: by the end of its input, after a grace period by SIGTERM, then SIGKILL
@@ -29,9 +28,6 @@ class Process {
   std::string ask(std::string_view line, std::chrono::seconds timeout);
 
  private:
-  explicit Process(std::string name) : name_(std::move(name)) {}
-  void start(const std::vector<std::string>& command);
-
   std::string name_;
   pid_t guard_ = -1;  // the first process of the group, which ends the others
   Fd alive_;          // the guard sees its end when this process is gone

@@ -8,6 +8,7 @@
 #include "common/outcome.h"
 #include "core/record.h"
 #include "kelchk.h"
+#include "records/canonical_content.h"
 #include "records/record_keys.h"
 
 namespace common {
@@ -15,34 +16,19 @@ namespace {
 
 using kelchk::kRecordKeys;
 
-constexpr size_t kMaxChipIdLen = 256;
 constexpr size_t kMaxPropertyLen = 91;
 
-bool is_upper_hex(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+bool is_upper_hex(std::string_view text) {
+  return text.find_first_not_of("0123456789ABCDEF") == std::string_view::npos;
 }
 
-bool is_sha(std::string_view text) {
-  return text.size() == 64 && std::all_of(text.begin(), text.end(), is_upper_hex);
-}
-
-// "240429-153012"
-bool is_time(std::string_view text) {
-  constexpr std::string_view kPattern = "000000-000000";
-  const bool has_form =
-      std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
-                 [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; });
-  if (!has_form) return false;
-  const std::string terminated(text);
-  tm time = {};
-  const char* const end = ::strptime(terminated.c_str(), "%y%m%d-%H%M%S", &time);
-  return end != nullptr && *end == '\0';
+bool is_challenge(std::string_view text) {
+  return text.size() <= KELCHK_CHALLENGE_MAX && is_upper_hex(text);
 }
 
 bool is_chip_id(std::string_view text) {
   const bool has_capital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= kMaxChipIdLen &&
-         !has_capital;
+  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= 256 && !has_capital;
 }
 
 bool is_build_type(std::string_view value) {
@@ -53,27 +39,38 @@ bool is_model(std::string_view value) {
   return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen;
 }
 
+// A time such as "240429-153012", written in full.
+bool is_time(std::string_view text) {
+  constexpr const char* kFormat = "%y%m%d-%H%M%S";
+  tm time = {};
+  char written[16];
+  return ::strptime(std::string(text).c_str(), kFormat, &time) != nullptr &&
+         ::strftime(written, sizeof written, kFormat, &time) > 0 && text == written;
+}
+
 template <size_t max_len>
 bool is_at_most(std::string_view value) {
   return value.size() <= max_len;
 }
 
 struct Rule {
-  std::string_view key;
+  std::string_view name;
   bool may_have_breaks;  // as a Unisoc phone may report them
   bool (*holds)(std::string_view value);
   const char* expected;
 };
 
 constexpr const char* kChipIdForm = R"("mt" or "sp" and 1 to 254 characters more, none of them a capital letter)";
+constexpr Rule kChallengeRule = {"the challenge", false, is_challenge, "1 to 250 characters of 0-9 and A-F"};
+constexpr Rule kChipIdRule = {"the chip id", true, is_chip_id, kChipIdForm};
 
 // What holds of a value on every phone, beyond not being empty. A phone's library takes one value of a key to be signed
 // and may compare another with the phone when the first is longer than any phone's.
 // clang-format off
-constexpr Rule kRules[] = {
+constexpr Rule kFieldRules[] = {
     {"buildTime", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
     {"buildType", false, is_build_type, "user, userdebug, eng or user_root"},
-    {"countrySha", false, is_sha, "64 characters of 0-9 and A-F"},
+    {"countrySha", false, [](std::string_view value) { return value.size() == 64 && is_upper_hex(value); }, "64 characters of 0-9 and A-F"},
     {"cpuID", true, is_chip_id, kChipIdForm},
     {"deviceBrand", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
     {"deviceModel", false, is_model, R"("MDF1" and at most 91 characters more)"},
@@ -85,56 +82,38 @@ constexpr Rule kRules[] = {
     {"ver", false, [](std::string_view value) { return value == "01"; }, "01"},
 };
 // clang-format on
-static_assert(std::equal(std::begin(kRules), std::end(kRules), std::begin(kRecordKeys), std::end(kRecordKeys),
-                         [](const Rule& rule, const char* key) { return rule.key == key; }));
+static_assert(std::equal(std::begin(kFieldRules), std::end(kFieldRules), std::begin(kRecordKeys), std::end(kRecordKeys),
+                         [](const Rule& rule, const char* key) { return rule.name == key; }));
+static_assert(KELCHK_CHALLENGE_MAX == 250 && KELCHK_FEATURE_CODE_MAX == 127);  // as the texts say
 
-std::string bytes_objection(const std::string& name, std::string_view value, bool may_have_breaks) {
-  const auto is_allowed = [=](char c) {
-    return (c >= 0x20 && c < 0x7F) || (may_have_breaks && (c == '\n' || c == '\r'));
-  };
-  const auto* const found = std::find_if_not(value.begin(), value.end(), is_allowed);
-  if (found == value.end()) return "";
-  return name + " has a byte at position " + std::to_string(found - value.begin() + 1) + " that is not printable ASCII";
-}
-
-std::string challenge_objection(std::string_view text) {
-  if (text.empty() || text.size() > KELCHK_CHALLENGE_MAX) {
-    return "the challenge has " + std::to_string(text.size()) + " characters; 1 to " +
-           std::to_string(KELCHK_CHALLENGE_MAX) + " were expected";
+std::string value_objection(const Rule& rule, std::string_view value) {
+  const std::string name(rule.name);
+  if (value.empty()) return name + " has no characters";
+  if (!rule.holds(value)) return name + " must be " + rule.expected;
+  for (size_t i = 0; i < value.size(); ++i) {
+    const bool is_break = value[i] == '\n' || value[i] == '\r';
+    if ((value[i] >= 0x20 && value[i] < 0x7F) || (is_break && rule.may_have_breaks)) continue;
+    return name + " has a byte at position " + std::to_string(i + 1) + " that is not printable ASCII";
   }
-  const auto* const found = std::find_if_not(text.begin(), text.end(), is_upper_hex);
-  if (found == text.end()) return "";
-  return "character " + std::to_string(found - text.begin() + 1) + " of the challenge is none of 0-9 and A-F";
-}
-
-std::string chip_id_objection(std::string_view text) {
-  if (!is_chip_id(text)) return std::string("the chip id must be ") + kChipIdForm;
-  return bytes_objection("the chip id", text, true);
-}
-
-std::string field_objection(std::string_view field, const Rule& rule, size_t position) {
-  const std::string key(rule.key);
-  if (!field.starts_with(key + "=")) return "field " + std::to_string(position) + " of the record is not " + key;
-  const std::string_view value = field.substr(key.size() + 1);
-  if (value.empty()) return key + " has no value";
-  if (!rule.holds(value)) return key + " must be " + rule.expected;
-  return bytes_objection(key, value, rule.may_have_breaks);
+  return "";
 }
 
 // An "&" inside a value makes one field more.
 std::string record_objection(std::string_view text) {
   const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '&')) + 1;
-  if (count != std::size(kRules)) {
+  if (count != std::size(kFieldRules)) {
     return "the record has " + std::to_string(count) + " fields separated by \"&\"; " +
-           std::to_string(std::size(kRules)) + " were expected";
+           std::to_string(std::size(kFieldRules)) + " were expected";
   }
-  std::string found;
-  for (size_t i = 0; i < count && found.empty(); ++i) {
-    const size_t end = std::min(text.find('&'), text.size());
-    found = field_objection(text.substr(0, end), kRules[i], i + 1);
-    text.remove_prefix(std::min(end + 1, text.size()));
+  for (const Rule& rule : kFieldRules) {
+    const std::string_view field = text.substr(0, text.find('&'));
+    const std::string key = std::string(rule.name) + "=";
+    if (!field.starts_with(key)) return "the record has no " + key + " where it was expected";
+    const std::string objection = value_objection(rule, field.substr(key.size()));
+    if (!objection.empty()) return objection;
+    text.remove_prefix(std::min(field.size() + 1, text.size()));
   }
-  return found;
+  return "";
 }
 
 }  // namespace
@@ -147,27 +126,18 @@ std::string value_of(std::string_view record, const char* key, size_t capacity) 
 
 std::string objection(TextKind kind, std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return "the text has a NUL inside, where a phone takes it to end";
-  switch (kind) {
-    case TextKind::kChallenge:
-      return challenge_objection(text);
-    case TextKind::kRecord:
-      return record_objection(text);
-    case TextKind::kChipId:
-      return chip_id_objection(text);
-  }
-  return "the kind of text is unknown";
+  if (kind == TextKind::kRecord) return record_objection(text);
+  return value_objection(kind == TextKind::kChallenge ? kChallengeRule : kChipIdRule, text);
 }
 
 std::string canonical_content(std::string_view record) {
-  std::string content;
-  for (const char* const key : kRecordKeys) {
-    const std::string value = value_of(record, key);
-    if (value.empty()) throw Refusal(std::string(key) + " is missing, empty or too long");
-    content += value;
-  }
-  if (content.size() <= KELCHK_CANONICAL_CONTENT_MAX) return content;
-  throw Refusal("the twelve values have " + std::to_string(content.size()) + " characters together; at most " +
-                std::to_string(KELCHK_CANONICAL_CONTENT_MAX) + " are accepted");
+  kelchk::ValueBuffer content;
+  const kelchk::ContentVerdict verdict = kelchk::write_canonical_content(record, content);
+  if (verdict.complete) return content;
+  if (verdict.missing_key != nullptr)
+    throw Refusal(verdict.missing_key + std::string(" is missing, empty or too long"));
+  throw Refusal("the twelve values have more than the " + std::to_string(KELCHK_CANONICAL_CONTENT_MAX) +
+                " characters together that are accepted");
 }
 
 std::string message_to_sign(TextKind kind, std::string_view text) {

@@ -9,7 +9,6 @@
 #include "common/escape.h"
 #include "common/file.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "kelchk.h"
 
 namespace kelctl {

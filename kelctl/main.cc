@@ -11,7 +11,6 @@
 
 #include "common/file.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "common/process.h"
 #include "kelchk.h"
 #include "kelctl/explain.h"

@@ -15,7 +15,6 @@
 #include "common/journal.h"
 #include "common/line_protocol.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "common/process.h"
 #include "common/signing_policy.h"
 #include "kelctl/explain.h"
@@ -38,8 +37,8 @@ constexpr size_t kChallengeLen = 64;
   for (ssize_t count = 1; count > 0;) {
     count = ::read(errors, bytes, sizeof bytes);
     if (count > 0) lines.add({bytes, static_cast<size_t>(count)});
-    if (count <= 0 && lines.is_inside_line()) lines.add("\n");
-    while (lines.take(line) != common::LineBuffer::Next::kNone) {
+    if (count <= 0 && !lines.unfinished().empty()) lines.add("\n");
+    while (lines.take(line)) {
       std::fputs((name + ": " + escape(line) + "\n").c_str(), stderr);
     }
   }
@@ -58,7 +57,7 @@ class RelayedErrors {
     const pid_t child = ::fork();
     if (child < 0) common::throw_errno(name, "no process");
     if (child == 0) {
-      writing.reset();
+      writing = common::Fd();
       relay(reading.get(), name);
     }
     ::dup2(writing.get(), STDERR_FILENO);

@@ -14,7 +14,6 @@
 
 #include "common/escape.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "kelchk.h"
 #include "kelphone/commands.h"
 #include "kelphone/lock.h"

@@ -10,7 +10,6 @@
 #include "common/file.h"
 #include "common/line_protocol.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "kelchk.h"
 #include "kelphone/check.h"
 #include "kelphone/lock.h"

@@ -10,7 +10,6 @@
 
 #include "common/file.h"
 #include "common/outcome.h"
-#include "common/output.h"
 #include "kelphone/commands.h"
 #include "kelphone/messages.h"
 #include "kelphone/platform.h"

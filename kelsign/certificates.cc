@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
 #include <filesystem>
 #include <span>
@@ -20,7 +21,6 @@
 namespace kelsign {
 namespace {
 
-namespace fs = std::filesystem;
 using common::Error;
 
 constexpr int kRootDays = 20 * 365 + 5;
@@ -43,33 +43,27 @@ constexpr std::pair<int, const char*> kSignerExtensions[] = {{NID_basic_constrai
                                                              {NID_subject_key_identifier, "hash"},
                                                              {NID_netscape_comment, kSignerComment}};
 
-void set_random_serial(X509* certificate) {
-  unsigned char bytes[8];
-  require(RAND_bytes(bytes, sizeof bytes) == 1, "no random number");
-  bytes[0] = static_cast<unsigned char>((bytes[0] & 0x7F) | 0x40);  // positive, and always of one length
-  const NumberHandle number(BN_bin2bn(bytes, sizeof bytes, nullptr));
-  require(BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate)) != nullptr, "no serial number");
+// Positive, and always of one length.
+uint64_t random_serial() {
+  uint64_t number = 0;
+  require(RAND_bytes(reinterpret_cast<unsigned char*>(&number), sizeof number) == 1, "no random number");
+  return number >> 2 | uint64_t{1} << 62;
 }
 
-void set_name(X509* certificate, const std::string& name) {
-  X509_NAME* const subject = X509_get_subject_name(certificate);
-  for (const auto& [field, text] : {std::pair<const char*, std::string>("O", "Provisioning"), {"CN", name}}) {
-    if (X509_NAME_add_entry_by_txt(subject, field, MBSTRING_UTF8, bytes_of(text), static_cast<int>(text.size()), -1,
-                                   0) != 1) {
-      throw Error("--name: 1 to 64 characters in UTF-8 were expected");
-    }
-  }
-}
-
-// Everything but subject, issuer and signature. Valid from yesterday, for clocks that are a little slow.
-CertificateHandle make_certificate(EVP_PKEY* key, int days) {
+// Everything but issuer, extensions and signature. Valid from yesterday, for clocks that are a little slow.
+CertificateHandle make_certificate(EVP_PKEY* key, const std::string& name, int days) {
   CertificateHandle certificate(X509_new());
   std::time_t now = std::time(nullptr);
   require(X509_set_version(certificate.get(), X509_VERSION_3) == 1 && X509_set_pubkey(certificate.get(), key) == 1 &&
+              ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate.get()), random_serial()) == 1 &&
               X509_time_adj_ex(X509_getm_notBefore(certificate.get()), -1, 0, &now) != nullptr &&
               X509_time_adj_ex(X509_getm_notAfter(certificate.get()), days, 0, &now) != nullptr,
           "no certificate can be made");
-  set_random_serial(certificate.get());
+  X509_NAME* const subject = X509_get_subject_name(certificate.get());
+  const auto len = static_cast<int>(name.size());
+  require(X509_NAME_add_entry_by_txt(subject, "O", MBSTRING_ASC, bytes_of("Provisioning"), -1, -1, 0) == 1 &&
+              X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8, bytes_of(name), len, -1, 0) == 1,
+          "--name: 1 to 64 characters in UTF-8 were expected");
   return certificate;
 }
 
@@ -93,41 +87,28 @@ std::string pem_of(Write write) {
   return {text, static_cast<size_t>(len)};
 }
 
-// DIR/|name|.pem and, for a key that is made, DIR/|name|.key, of which none may exist yet.
-class NewFiles {
- public:
-  NewFiles(const NewCertificate& wanted, const std::string& name, bool with_key)
-      : key_path_(with_key ? wanted.folder + "/" + name + ".key" : ""),
-        certificate_path_(wanted.folder + "/" + name + ".pem") {
-    for (const std::string& path : {key_path_, certificate_path_}) {
-      if (fs::exists(fs::symlink_status(path))) throw Error(path + ": already exists, and is not overwritten");
-    }
-    std::error_code error;
-    fs::create_directories(wanted.folder, error);
-    if (error) throw Error(wanted.folder + ": cannot be created: " + error.message());
-  }
+// Writes DIR/|name|.pem and, unless |new_key| is null, DIR/|name|.key. Half a pair would be in the way of the next try.
+void write_files(const std::string& folder, const std::string& name, EVP_PKEY* new_key, X509* certificate) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw Error(folder + ": cannot be created: " + error.message());
 
-  // Half a pair would be in the way of the next try.
-  void write(EVP_PKEY* key, X509* certificate) const {
-    const std::string text = pem_of([=](BIO* stream) { return PEM_write_bio_X509(stream, certificate); });
-    if (!key_path_.empty()) common::write_new_file(key_path_, key_text(key), 0600);
-    try {
-      common::write_new_file(certificate_path_, text, 0644);
-    } catch (const Error&) {
-      if (!key_path_.empty()) ::unlink(key_path_.c_str());
-      throw;
-    }
+  const std::string path = folder + "/" + name;
+  const std::string key_path = path + ".key";
+  if (new_key != nullptr) {
+    const auto write = [=](BIO* stream) {
+      return PEM_write_bio_PrivateKey(stream, new_key, nullptr, nullptr, 0, nullptr, nullptr);
+    };
+    common::write_new_file(key_path, pem_of(write), 0600);
   }
-
- private:
-  static std::string key_text(EVP_PKEY* key) {
-    return pem_of(
-        [=](BIO* stream) { return PEM_write_bio_PrivateKey(stream, key, nullptr, nullptr, 0, nullptr, nullptr); });
+  try {
+    const auto write = [=](BIO* stream) { return PEM_write_bio_X509(stream, certificate); };
+    common::write_new_file(path + ".pem", pem_of(write), 0644);
+  } catch (const Error&) {
+    if (new_key != nullptr) ::unlink(key_path.c_str());
+    throw;
   }
-
-  std::string key_path_;
-  std::string certificate_path_;
-};
+}
 
 RequestHandle load_request(const std::string& path) {
   auto request = load_pem<RequestHandle>(path, PEM_read_bio_X509_REQ, "a certificate request in PEM");
@@ -138,9 +119,8 @@ RequestHandle load_request(const std::string& path) {
   throw Error(path + ": the request is not signed by its own key");
 }
 
-KeyHandle key_of(const NewCertificate& wanted, X509_REQ* request) {
-  if (request != nullptr) return KeyHandle(X509_REQ_get_pubkey(request));
-  if (!wanted.key.empty()) return load_key(wanted.key);
+KeyHandle load_or_make_key(const std::string& name) {
+  if (!name.empty()) return load_key(name);
   KeyHandle key(EVP_RSA_gen(2048));
   require(key != nullptr, "no key can be made");
   return key;
@@ -169,12 +149,11 @@ void require_pair(EVP_PKEY* key, X509* certificate, const std::string& path) {
 }
 
 void make_root(const NewCertificate& wanted) {
-  const NewFiles files(wanted, "root", wanted.key.empty());
-  const KeyHandle key = key_of(wanted, nullptr);
-  const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kRootDays));
-  set_name(certificate.get(), wanted.name.value_or("Provisioning root"));
+  const KeyHandle key = load_or_make_key(wanted.key);
+  const CertificateHandle certificate =
+      make_certificate(key.get(), wanted.name.value_or("Provisioning root"), wanted.days.value_or(kRootDays));
   issue(certificate.get(), certificate.get(), key.get(), kRootExtensions);
-  files.write(key.get(), certificate.get());
+  write_files(wanted.folder, "root", wanted.key.empty() ? key.get() : nullptr, certificate.get());
 }
 
 void make_signer(const NewCertificate& wanted) {
@@ -182,19 +161,20 @@ void make_signer(const NewCertificate& wanted) {
   const KeyHandle root_key = load_key(wanted.root_key);
   require_pair(root_key.get(), root.get(), wanted.root);
   const RequestHandle request = wanted.request.empty() ? nullptr : load_request(wanted.request);
-  const NewFiles files(wanted, "signer", wanted.key.empty() && request == nullptr);
-  const KeyHandle key = key_of(wanted, request.get());
-  const CertificateHandle certificate = make_certificate(key.get(), wanted.days.value_or(kSignerDays));
-  X509_NAME* const asked = request != nullptr && !wanted.name ? X509_REQ_get_subject_name(request.get()) : nullptr;
-  if (asked == nullptr) set_name(certificate.get(), wanted.name.value_or("Provisioning signer"));
-  require(asked == nullptr || X509_set_subject_name(certificate.get(), asked) == 1, "no subject");
+  const KeyHandle key(request != nullptr ? X509_REQ_get_pubkey(request.get()) : load_or_make_key(wanted.key).release());
+  const CertificateHandle certificate =
+      make_certificate(key.get(), wanted.name.value_or("Provisioning signer"), wanted.days.value_or(kSignerDays));
+  if (request != nullptr && !wanted.name) {
+    require(X509_set_subject_name(certificate.get(), X509_REQ_get_subject_name(request.get())) == 1, "no subject");
+  }
   // A phone would take it for a self-signed certificate.
   if (X509_NAME_cmp(X509_get_subject_name(certificate.get()), X509_get_subject_name(root.get())) == 0) {
     throw Error("the signer needs another name than the root: --name");
   }
   issue(certificate.get(), root.get(), root_key.get(), kSignerExtensions);
   certificate_text(certificate.get(), "the new certificate");
-  files.write(key.get(), certificate.get());
+  const bool is_new_key = request == nullptr && wanted.key.empty();
+  write_files(wanted.folder, "signer", is_new_key ? key.get() : nullptr, certificate.get());
 }
 
 }  // namespace kelsign

@@ -32,9 +32,8 @@ BioHandle open_pem(const std::string& path) {
 }
 
 void require_rsa_2048(EVP_PKEY* key, const std::string& path) {
-  constexpr int kKeyBits = 2048;
-  if (EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == kKeyBits) return;
-  throw common::Error(fmt::format("{}: an RSA key of {} bits was expected", path, kKeyBits));
+  if (EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == 2048) return;
+  throw common::Error(path + ": an RSA key of 2048 bits was expected");
 }
 
 }  // namespace kelsign

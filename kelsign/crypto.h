@@ -1,9 +1,6 @@
 // OpenSSL's handles with owners, its PEM files and its errors.
 #pragma once
 
-#include <openssl/asn1.h>
-#include <openssl/bio.h>
-#include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -29,7 +26,6 @@ using CertificateHandle = std::unique_ptr<X509, FreeBy<X509_free>>;
 using DigestHandle = std::unique_ptr<EVP_MD_CTX, FreeBy<EVP_MD_CTX_free>>;
 using ExtensionHandle = std::unique_ptr<X509_EXTENSION, FreeBy<X509_EXTENSION_free>>;
 using KeyHandle = std::unique_ptr<EVP_PKEY, FreeBy<EVP_PKEY_free>>;
-using NumberHandle = std::unique_ptr<BIGNUM, FreeBy<BN_free>>;
 using RequestHandle = std::unique_ptr<X509_REQ, FreeBy<X509_REQ_free>>;
 
 inline const unsigned char* bytes_of(std::string_view text) {
@@ -44,15 +40,12 @@ void require(bool done, const std::string& what);
 // The file |path|, in memory that is cleared afterwards.
 BioHandle open_pem(const std::string& path);
 
-// There is nobody to ask for a passphrase.
-inline int no_passphrase(char* /*buffer*/, int /*capacity*/, int /*is_writing*/, void* /*data*/) {
-  return -1;
-}
-
-// What |read|, a PEM reader of OpenSSL, makes of the file |path|. Throws common::Error, naming it, when it is nothing.
+// What |read|, a PEM reader of OpenSSL, makes of the file |path|, without a passphrase. Throws common::Error, naming
+// it, when it is nothing.
 template <typename Handle, typename Read>
 Handle load_pem(const std::string& path, Read read, const char* expected) {
-  Handle handle(read(open_pem(path).get(), nullptr, no_passphrase, nullptr));
+  char no_passphrase[] = "";
+  Handle handle(read(open_pem(path).get(), nullptr, nullptr, no_passphrase));
   if (handle == nullptr) throw common::Error(path + ": " + expected + " was expected");
   return handle;
 }

@@ -10,10 +10,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <sstream>
 
 #include "common/escape.h"
 #include "common/fd.h"
@@ -26,7 +25,6 @@ namespace {
 using common::Error;
 
 constexpr std::string_view kScheme = "pkcs11:";
-constexpr std::string_view kPinValue = "pin-value=";
 constexpr size_t kMaxPinLen = 255;
 
 // Return values of a module (PKCS #11), which its engine uses as reasons.
@@ -51,51 +49,27 @@ struct Uri {
   std::string module_path;
 };
 
-bool is_uri(std::string_view name) {
-  return name.size() >= kScheme.size() && ::strncasecmp(name.data(), kScheme.data(), kScheme.size()) == 0;
-}
-
-size_t find_pin_value(std::string_view text, size_t from = 0) {
-  const auto is_same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
-  const auto* const found = std::search(text.begin() + from, text.end(), kPinValue.begin(), kPinValue.end(), is_same);
-  return found == text.end() ? std::string_view::npos : static_cast<size_t>(found - text.begin());
-}
-
-std::string decode_percent(std::string_view text) {
-  std::string decoded;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char* const code = text.data() + i + 1;
-    unsigned char byte = 0;
-    const bool is_code =
-        text[i] == '%' && i + 2 < text.size() && std::from_chars(code, code + 2, byte, 16).ptr == code + 2;
-    decoded += is_code ? static_cast<char>(byte) : text[i];
-    if (is_code) i += 2;
+std::string decode_percent(std::string text) {
+  for (size_t at = 0; (at = text.find('%', at)) != std::string::npos; ++at) {
+    const std::string digits = text.substr(at + 1, 2);
+    const bool is_code = digits.size() == 2 && digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    if (is_code) text.replace(at, 3, 1, static_cast<char>(std::stoi(digits, nullptr, 16)));
   }
-  return decoded;
+  return text;
 }
 
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> parts;
-  for (size_t begin = 0; begin < text.size();) {
-    const size_t end = std::min(text.find(separator, begin), text.size());
-    parts.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return parts;
-}
-
-Uri parse_uri(std::string_view name) {
-  name.remove_prefix(kScheme.size());
-  const size_t path_len = std::min(name.find('?'), name.size());
-  Uri uri{std::string(kScheme).append(name.substr(0, path_len)), "", ""};
+Uri parse_uri(const std::string& name) {
+  std::istringstream path(name.substr(kScheme.size(), name.find('?') - kScheme.size()));
+  std::istringstream query(name.substr(std::min(name.find('?'), name.size() - 1) + 1));
+  Uri uri{std::string(kScheme) + path.str(), "", ""};
   bool names_token = false;
-  for (const std::string_view attribute : split(name.substr(0, path_len), ';')) {
+  for (std::string attribute; std::getline(path, attribute, ';');) {
     names_token |= attribute.starts_with("token=") || attribute.starts_with("serial=");
     if (attribute.starts_with("pin-")) throw Error(uri.key + ": pin-source was expected after \"?\"");
   }
   // The PIN must not be tried on other tokens.
   if (!names_token) throw Error(uri.key + ": token or serial was expected");
-  for (const std::string_view attribute : split(name.substr(std::min(path_len + 1, name.size())), '&')) {
+  for (std::string attribute; std::getline(query, attribute, '&');) {
     const std::string value = decode_percent(attribute.substr(attribute.find('=') + 1));
     if (attribute.starts_with("pin-source=")) {
       uri.pin_source = value.starts_with("file:") ? value.substr(5) : value;
@@ -112,8 +86,7 @@ void ask_pin(const Uri& uri, Pin& pin) {
   // A background process would be stopped by its question.
   const common::Fd terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal || ::tcgetpgrp(terminal.get()) != ::getpgrp()) {
-    throw Error(uri.key +
-                ": no PIN: name its file by pin-source in the URI or set KELSIGN_PIN, as there is no terminal");
+    throw Error(uri.key + ": no PIN: there is no terminal, so pin-source or KELSIGN_PIN was expected");
   }
   pin.text.resize(kMaxPinLen + 1);
   UI_set_default_method(UI_OpenSSL());
@@ -176,23 +149,15 @@ KeyHandle load_from_module(const Uri& uri) {
 }  // namespace
 
 KeyHandle load_key(const std::string& name) {
-  if (is_uri(name)) return load_from_module(parse_uri(name));
+  if (::strncasecmp(name.c_str(), kScheme.data(), kScheme.size()) == 0) return load_from_module(parse_uri(name));
   auto key = load_pem<KeyHandle>(name, PEM_read_bio_PrivateKey, "a private key in PEM, without a passphrase,");
   require_rsa_2048(key.get(), name);
   return key;
 }
 
-std::string key_name_fault(const std::string& name) {
-  if (find_pin_value(name) == std::string::npos) return "";
-  return "other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN";
-}
-
-std::string without_pins(std::string message) {
-  for (size_t at = 0; (at = find_pin_value(message, at)) != std::string::npos;) {
-    at += kPinValue.size();
-    message.replace(at, std::min(message.find_first_of(";?& ", at), message.size()) - at, "...");
-  }
-  return message;
+void reject_pin(const char* argument) {
+  if (::strcasestr(argument, "pin-value=") == nullptr) return;
+  throw Error("other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN");
 }
 
 }  // namespace kelsign

@@ -12,10 +12,7 @@ namespace kelsign {
 // "module-path" names the module, else the engine's default is used. Throws common::Error, which never shows a PIN.
 KeyHandle load_key(const std::string& name);
 
-// What is wrong with |name| before anything is opened; empty when nothing is. The answer does not show |name|.
-std::string key_name_fault(const std::string& name);
-
-// |message| without the value of any "pin-value" in it.
-std::string without_pins(std::string message);
+// Throws common::Error when |argument| of the command line has a PIN in it, which other users can see.
+void reject_pin(const char* argument);
 
 }  // namespace kelsign

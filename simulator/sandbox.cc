@@ -299,7 +299,7 @@ int wait_for(pid_t child) {
 int run(const Run& request) {
   Pipe status_pipe = make_status_pipe();
   const pid_t child = spawn(request, status_pipe.write_end);
-  status_pipe.write_end.reset();
+  status_pipe.write_end = Fd();
 
   // Ctrl-C is for the command: this program returns what the command makes of it.
   static_cast<void>(std::signal(SIGINT, SIG_IGN));

@@ -152,7 +152,7 @@ class KelctlTest(unittest.TestCase):
         foreign = "the signature does not belong to the certificate"
         # phone, signer, exit code, step, reason, requests that the signer saw
         rows = [
-            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge", "34 characters", 0),
+            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge", "250 characters of 0-9", 0),
             ({"challenge": "ok mt" + "0" * 62}, {}, 1, "challenge signature", "character 1 of the challenge", 0),
             ({"challenge": "failed: a; b"}, {}, 1, "challenge", "b", 0),
             ({"challenge": "ok \\x"}, {}, 4, "challenge", "backslash", 0),

@@ -89,13 +89,13 @@ class KelsignTest(Case):
             self.assertEqual(kelsign("sign", kind, text, "--signed-record", *pair()), (0, expected, ""))
 
     def test_refuses_to_sign(self):
-        rows = [("challenge", "", "0 characters"), ("challenge", "A" * 251, "251 characters"),
-                ("challenge", "0aF", "character 2"), ("record", CONTENT, "1 fields"), ("record", "", "1 fields"),
+        rows = [("challenge", "", "1 to 250"), ("challenge", "A" * 251, "1 to 250"),
+                ("challenge", "0aF", "0-9 and A-F"), ("record", CONTENT, "1 fields"), ("record", "", "1 fields"),
                 ("chip-id", "mt", "chip id"), ("chip-id", "0AF9", "chip id"), ("chip-id", "mtAB", "capital"),
                 ("chip-id", "sp" + "1" * 255, "chip id"), ("chip-id", "mt0\0", "NUL"), ("chip-id", "mt0\x1b", "ASCII")]
         for old, new, reason in [
                 ("&ver=01", "", "11 fields"), ("user", "us&er", "13 fields"), ("psn=", "ver=01&psn=", "13 fields"),
-                ("imei=", "imei2=", "not imei"), ("buildTime", "buildDate", "field 1"), ("Aldan", "A" * 92, "Brand"),
+                ("imei=", "imei2=", "no imei="), ("buildTime", "buildDate", "no buildTime"), ("Aldan", "A" * 92, "Brand"),
                 ("Aldan", "", "Brand"), ("mt01", "xx01", "cpuID"), ("KX67000", "KX6700", "psn"), ("0A0", "0A", "Sha"),
                 ("0A0", "0a0", "countrySha"), ("-153012", "-15301", "time"), ("ver=01", "ver=02", "ver"),
                 ("=user", "=users", "buildType"), ("MDF1", "MDF", "Model"), ("0429-", "1329-", "time"),
@@ -123,7 +123,7 @@ class KelsignTest(Case):
         signer = ["signer", work("x"), *ROOT]
         module = "pkcs11:token=T;object=o"
         for arguments, err in [
-                ([], "a command"), (["sing"], "sing"), (["sign", "x"], "x"), (["si\x1bgn\n"], r"si\x1Bgn\x0A"),
+                ([], "subcommand is required"), (["sing"], "sing"), (["sign", "x"], "x"), (["si\x1bgn\n"], r"si\x1Bgn\x0A"),
                 (["sign", "challenge", "A", "--key", work("no\x9bne")], r"no\xC2\x9Bne: cannot be opened: No such file"),
                 (["sign", "challenge", "A", "--key", "/dev/zero"], "/dev/zero: holds more than the 65536 bytes"),
                 (["sign", "challenge", "A", *KEY, "--cert", "/dev/zero"], "/dev/zero: holds more than the 65536 bytes"),
@@ -132,7 +132,7 @@ class KelsignTest(Case):
                 (["sign", "challenge", "A", "--key", work("ed25519")], "RSA key of 2048 bits"),
                 (["sign", "challenge", "A", *KEY, *pair("root", "root")[2:]], "certificate of the given key"),
                 (["sign", "challenge", "A", *KEY, "--cert", write("short", short)], "1024 to 4095"),
-                (["root", work("root")], "already exists"), (["root", work("x"), "--days", "0"], "--days"),
+                (["root", work("root")], "File exists"), (["root", work("x"), "--days", "0"], "--days"),
                 (["root", work("x"), "--name", "n" * 65], "1 to 64 characters"), (["root", "/dev/null/x"], "created"),
                 ([*signer[:3], ROOT[1], "--root-key", work("other/root.key")], "certificate of the given key"),
                 ([*signer, "--name", "Provisioning root"], "another name"), ([*signer, "--csr", forged], "its own key"),
@@ -141,8 +141,8 @@ class KelsignTest(Case):
                 ([*LINE, "--chip-ids", "/dev/null"], "--allow"), ([*LINE, "--allow", "all"], "all"),
                 ([*LINE, "--allow", "chip-id", "--chip-ids", "/dev/zero"], "67108864"),
                 (["root", work("x"), "--key", module], "no PIN"), (["root", work("x"), "--key", "pkcs11:object=o"], "token"),
-                (["root", work("x"), "--key", module + "?pin-value=6789"], "--key: other users"),
-                (["root", work("x"), "--kye", "Pkcs11:PIN-value=6789"], "PIN-value=..."),
+                (["root", work("x"), "--key", module + "?pin-value=6789"], "other users"),
+                (["root", work("x"), "--kye", "Pkcs11:PIN-value=6789"], "other users"),
                 (["root", work("x"), "--key", module + ";pin-source=/dev/null"], "after"),
                 (["root", work("x"), "--key", module + "?pin-source=/dev/null"], "empty"),
                 (["root", work("x"), "--key", module + "?pin-source=%2Fdev%2fzero"], "/dev/zero: holds more than the 255")]:
@@ -203,7 +203,7 @@ class KelsignTest(Case):
         chip_ids = ["--allow", "chip-id", "--chip-ids", list_path]
         encoded = RECORD.replace("mt01", r"sp\r\n2")
         rows = [("challenge 0AF9", [], signed("0AF9")), ("challenge 0AF9\r", [], signed("0AF9")),
-                ("challenge", [], "0 characters"), ("record " + RECORD, [], signed(CONTENT)),
+                ("challenge", [], "1 to 250"), ("record " + RECORD, [], signed(CONTENT)),
                 ("record " + encoded, [], signed(CONTENT.replace("mt01", "sp\r\n2"))),
                 ("record " + RECORD.replace("F01A", "F02"), [], signed(CONTENT.replace("F01A", "F02"))),
                 ("record " + RECORD.replace("F01A", "F03"), [], "featureCode"), ("record " + CONTENT, [], "1 fields"),

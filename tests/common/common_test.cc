@@ -92,7 +92,7 @@ TEST(LineProtocolTest, AnswersEveryLineOnce) {
       {longest + "\r\n", "ok v," + longest.substr(2) + "\n"},
       {std::string(kMaxLineLen + 1, 'z') + "\na\n", too_long + "ok a,\n"},
       {std::string(5 * kMaxLineLen, 'z') + "\na\n", too_long + "ok a,\n"},
-      {std::string(5 * kMaxLineLen, 'z'), too_long},
+      {std::string(5 * kMaxLineLen, 'z'), "failed: the last line has no line break; it may have been cut\n"},
       {"a\nsign this", "ok a,\nfailed: the last line has no line break; it may have been cut\n"},
   };
   for (const auto& row : rows) EXPECT_EQ(served(row.input), row.answers) << row.input.substr(0, 40);
@@ -108,7 +108,6 @@ TEST(LineProtocolTest, ReadsWhatItWrites) {
 }
 
 TEST_F(CommonTest, ReadsWithinALimit) {
-  EXPECT_EQ(read_start("/dev/zero", 3).size(), 3U);
   EXPECT_THAT(message_of<Error>([] { read_file("/dev/zero", 100000); }),
               HasSubstr("/dev/zero: holds more than the 100000"));
   EXPECT_THAT(message_of<Error>([&] { read_file(path("none"), 1); }), HasSubstr("No such file"));

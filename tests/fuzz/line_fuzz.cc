@@ -36,12 +36,11 @@ void read_answers(const std::string& answers) {
   common::LineBuffer lines;
   lines.add(answers);
   std::string line;
-  for (common::LineBuffer::Next next; (next = lines.take(line)) != common::LineBuffer::Next::kNone;) {
-    require(next == common::LineBuffer::Next::kLine);
+  while (lines.take(line)) {
     const common::Answer answer = common::parse_answer(line);
     if (answer.ok) require(common::ok_line(answer.text) == line);
   }
-  require(!lines.is_inside_line());
+  require(lines.unfinished().empty());
 }
 
 }  // namespace
