@@ -215,7 +215,8 @@ bool write_temporary(const StoredFile& file) {
   if (!read_chip_family() || ::stat(file.primary_folder.c_str(), &status) != 0) return false;
   if (::stat(file.backup_folder.c_str(), &status) != 0) return false;
   const Fd temporary = open_to_replace(file.temporary);
-  const bool ok = write_all(temporary, file.content);
+  const bool is_regular = ::fstat(temporary.get(), &status) == 0 && S_ISREG(status.st_mode);
+  const bool ok = is_regular && write_all(temporary, file.content);
   ::fsync(temporary.get());
   return ok;
 }
