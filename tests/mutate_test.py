@@ -13,11 +13,10 @@ int f(const char* in, unsigned len) noexcept {
   clear(out);
   const int file = ::open("/x", O_RDONLY | O_CLOEXEC, 0666);
   log_info("opened %d", file);
-  return file < 0 ? -1 : 0;
+  return file == 0 ? -1 : 0;
 }
 '''
 MADE = [
-    ("constexpr unsigned kCap = 251;", "constexpr unsigned kCap = 250;"),
     ("constexpr unsigned kCap = 251;", "constexpr unsigned kCap = 252;"),
     ('if (in == nullptr || len >= kCap) return fail("bad");', 'if (in == nullptr || len > kCap) return fail("bad");'),
     ('if (in == nullptr || len >= kCap) return fail("bad");', 'if ( len >= kCap) return fail("bad");'),
@@ -25,8 +24,7 @@ MADE = [
     ('const int file = ::open("/x", O_RDONLY | O_CLOEXEC, 0666);', 'const int file = ::open("/x", O_RDONLY , 0666);'),
     ('const int file = ::open("/x", O_RDONLY | O_CLOEXEC, 0666);', 'const int file = ::open("/x", O_RDONLY | O_CLOEXEC, 0600);'),
     ('log_info("opened %d", file);', 'log_debug("opened %d", file);'),
-    ("return file < 0 ? -1 : 0;", "return file <= 0 ? -1 : 0;"),
-    ("return file < 0 ? -1 : 0;", "return !(file < 0) ? -1 : 0;"),
+    ("return file == 0 ? -1 : 0;", "return !(file == 0) ? -1 : 0;"),
 ]
 NOT_MADE = ["#include", "static_assert", "std::array"]
 
