@@ -1,6 +1,7 @@
 // Records and the log file, tested from the library's sources.
 #include <sys/stat.h>
 
+#include "core/date.h"
 #include "core/log.h"
 #include "core/record.h"
 #include "kelchk.h"
@@ -38,6 +39,10 @@ TEST(Record, FindsOnlyWholeKeysWhoseValueFits) {
     kelchk::get_value_by_key(record.view(), row.key, value.data(), row.capacity);
     EXPECT_STREQ(value.data(), row.value) << row.key << " in " << row.record;
   }
+}
+
+TEST(DateTime, IsRejectedWhenThereIsNowhereToWriteIt) {
+  EXPECT_EQ(kelchk::format_date_time(nullptr), -1);
 }
 
 using LogFile = PhoneTest;

@@ -1,5 +1,6 @@
 // What the library reads from the phone, tested from its sources.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -62,6 +63,7 @@ struct Row {
 
 // Calls |get| for each row, in a phone of its own.
 void expect_rows(std::string& logs, Chip chip, int (*get)(ValueBuffer&) noexcept, const std::vector<Row>& rows) {
+  ::close(STDIN_FILENO);  // then 0 is a descriptor like any other
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     make_phone(chip);
@@ -113,6 +115,7 @@ TEST(Imei, IsReadFromProinfoOnMediaTek) {
   std::string logs;
   expect_rows(logs, Chip::kMediaTek, get_IMEI, {
     {.name = "swapped digits", .phone = proinfo(64, "\x1a\xb2\xc3\xd4\xe5\xf6\x07\x98"), .text = "A12B3C4D5E6F708"},
+    {.name = "nothing after it", .phone = file(kProinfo, std::string(72, '\x11')), .text = "111111111111111"},
     {.name = "one byte short", .phone = file(kProinfo, std::string(71, '\x11'))},
     {.name = "not seekable", .failing_call = 3},
     {.name = "unreadable", .phone = folder(kProinfo)},
