@@ -81,6 +81,8 @@ using CertificateChain = TrustTest;
 int log_in(const std::string& record) {
   const Guarded in(record + '\0');
   ERR_put_error(ERR_LIB_USER, 0, 77, __FILE__, __LINE__);
+  std::memset(g_factory_pem, 'x', sizeof g_factory_pem);
+  std::memset(g_factor_der, 'x', sizeof g_factor_der);
   const int result = kelo_verify_rand(in.data(), static_cast<unsigned>(record.size()));
   EXPECT_EQ(g_is_authed, result == 0 ? 1 : 0);
   g_is_authed = 0;
@@ -309,8 +311,9 @@ TEST_F(SignedMessage, ReadsBothFieldsWithinTheirLimits) {
     logs += take_transcript(row.name);
   }
   expect_golden("login_records.log", logs);
-  EXPECT_EQ(g_factory_pem, cert);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(g_factor_der), signer.der.size()), signer.der);
+  const auto padded = [](std::string text) { return text.resize(sizeof g_factory_pem), text; };
+  EXPECT_EQ(std::string(g_factory_pem, sizeof g_factory_pem), padded(cert));
+  EXPECT_EQ(std::string(g_factor_der, g_factor_der + sizeof g_factor_der), padded(signer.der));
 }
 
 TEST_F(SignedMessage, AcceptsOnlyTheSignersSignatureOverTheChallenge) {
