@@ -1,6 +1,5 @@
 // The login of the provisioning tool: it answers a challenge with a signature over it.
 #include <errno.h>
-#include <limits.h>
 #include <string.h>
 
 #include "core/file.h"
@@ -56,10 +55,9 @@ int kelo_get_rand(char* out, unsigned int* len) noexcept {
 }
 
 int kelo_verify_rand(const char* in, unsigned int in_len) noexcept {
-  // Reads at most one character beyond |in_len|: enough to notice longer text. UINT_MAX has no such successor.
-  if (in == nullptr || in_len == UINT_MAX || strnlen(in, size_t{in_len} + 1) != in_len) {
-    return log_failure("in_len != strlen(in)");
-  }
+  // Reads at most one character beyond |in_len|: enough to notice longer text. Where UINT_MAX + 1 wraps to 0, nothing
+  // is read, and the length 0 differs as well.
+  if (in == nullptr || strnlen(in, size_t{in_len} + 1) != in_len) return log_failure("in_len != strlen(in)");
   if (verify_signed_message({in, in_len}, Purpose::kLogin, write_challenge) != 0) return -1;
   g_is_authed = 1;
   return 0;
