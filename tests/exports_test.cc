@@ -53,8 +53,9 @@ TEST(LogHexLine, IsCutAtWholeBytesInsideTheScratch) {
         Row{.prefix_len = 24, .len = 1001, .shown = 1000}, Row{.prefix_len = 24, .len = UINT_MAX, .shown = 1000},
         Row{.prefix_len = 4, .len = 1020, .shown = 1020}, Row{.prefix_len = 0, .len = 1024, .shown = 1022},
         Row{.prefix_len = 4, .len = 1021, .shown = 1000}, Row{.prefix_len = 45, .len = 1000, .shown = 999},
-        Row{.prefix_len = 1025, .len = 1001, .shown = 509}, Row{.prefix_len = 2044, .len = 5, .shown = 0},
-        Row{.prefix_len = 2045, .len = 0, .shown = 0}, Row{.prefix_len = 2048, .len = 5, .shown = 0}}) {
+        Row{.prefix_len = 1025, .len = 1001, .shown = 509}, Row{.prefix_len = 1025, .len = 5, .shown = 5},
+        Row{.prefix_len = 2044, .len = 5, .shown = 0}, Row{.prefix_len = 2045, .len = 0, .shown = 0},
+        Row{.prefix_len = 2048, .len = 5, .shown = 0}}) {
     const std::string prefix(row.prefix_len, 'p');
     const Guarded name(prefix + '\0'), data(std::string(row.shown, '\x1f'));
     LogHex(name.data(), data.bytes(), row.len);

@@ -1,6 +1,8 @@
 // Records and the log file, tested from the library's sources.
 #include <sys/stat.h>
 
+#include <limits>
+
 #include "core/date.h"
 #include "core/log.h"
 #include "core/record.h"
@@ -41,8 +43,12 @@ TEST(Record, FindsOnlyWholeKeysWhoseValueFits) {
   }
 }
 
-TEST(DateTime, IsRejectedWhenThereIsNowhereToWriteIt) {
+TEST(DateTime, IsMissingWithoutABufferOrInAYearBeyondTheCalendar) {
   EXPECT_EQ(kelchk::format_date_time(nullptr), -1);
+  if (sizeof(time_t) == 4) return;
+  set_clock(std::numeric_limits<time_t>::max());
+  char out[kelchk::kDateTimeCap];
+  EXPECT_EQ(kelchk::format_date_time(out), -1);
 }
 
 using LogFile = PhoneTest;

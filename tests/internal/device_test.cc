@@ -56,6 +56,7 @@ struct Row {
   std::string name;
   Prepare phone = [] {};
   unsigned failing_call = 0;                       // into the system, from 1; 0 for none
+  Fault::Kind failure = Fault::kFails;             // what happens to it
   std::optional<std::string> text = std::nullopt;  // none when the getter fails
   int result = 0;                                  // when it does not
   bool may_leave_text = false;                     // when it fails
@@ -71,7 +72,7 @@ void expect_rows(std::string& logs, Chip chip, int (*get)(ValueBuffer&) noexcept
     const size_t descriptors = open_descriptors();
     ValueBuffer out = {};
     errno = 0;  // a short read does not set it, but is reported with its text
-    const auto kind = row.failing_call != 0 ? Fault::kFails : Fault::kNone;
+    const auto kind = row.failing_call != 0 ? row.failure : Fault::kNone;
     const int result = run_with({.kind = kind, .first = row.failing_call}, [&] { return get(out); });
     EXPECT_EQ(result, row.text ? row.result : -1);
     EXPECT_EQ(row.may_leave_text ? "" : std::string(out), row.text.value_or(""));
@@ -91,6 +92,8 @@ TEST(ChipId, IsReadInFullOrReportsWhy) {
   expect_rows(logs, Chip::kMediaTek, read_rid, {
     {.name = "few bytes", .phone = file(kRid, "\x01\xff"), .text = "mt01ff"},
     {.name = "16 bytes count", .phone = file(kRid, std::string(40, 'Z')), .text = "mt5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a"},
+    {.name = "in two parts", .failing_call = 3, .failure = Fault::kFallsShort,
+     .text = "mt0123456789abcdef0123456789000000"},
     {.name = "unreadable", .phone = folder(kRid), .text = "mt"},
     {.name = "missing", .phone = no(kRid)}});
 
@@ -179,6 +182,7 @@ TEST(MacAddress, IsReadOrReportsWhy) {
 
   const std::string full(126, 'm');
   expect_rows(logs, Chip::kUnisoc, get_mac_addr, {
+    {.name = "empty", .phone = file(kWifiMac, ""), .text = ""},
     {.name = "colons left out", .phone = file(kWifiMac, "::aA:\n\0:b"s), .text = "aA\n"},
     {.name = "127 characters count", .phone = file(kWifiMac, full + "12"), .text = full + "1"},
     {.name = "unreadable", .phone = folder(kWifiMac)},
