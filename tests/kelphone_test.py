@@ -57,7 +57,6 @@ def on_phone(*arguments, before=(), wrap=(), **options):
 
 
 def make_phone(chip="mediatek", *options):
-    shutil.rmtree(work("phone"), ignore_errors=True)
     libraries = os.path.dirname(KELPHONE[-1]) + "/simulator/vendor"
     subprocess.run([PHONE, "make", work("phone"), "--chip", chip, "--vendor-libraries", libraries, *options], check=True)
     for folder in [STORES[chip], BACKUP]:
