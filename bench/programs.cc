@@ -60,8 +60,8 @@ void write_certificate() {
   }
 }
 
-std::shared_ptr<Process> start_session(const std::string& kelsign, const Command& options = {}) {
-  Command command = {kelsign, "line", "--key", kKey, "--cert", kCertificate, "--feature-code", "F01A"};
+std::shared_ptr<Process> start_session(const std::string& kelsign, const char* key, const Command& options = {}) {
+  Command command = {kelsign, "line", "--key", key, "--cert", kCertificate, "--feature-code", "F01A"};
   command.insert(command.end(), options.begin(), options.end());
   return std::make_shared<Process>("kelsign", command);
 }
@@ -112,10 +112,15 @@ std::vector<Comparison> compare_sessions(const std::string& kelsign) {
   write_certificate();
   std::filesystem::remove(kJournal);
   const auto bare = std::make_shared<Process>("bare_signer", Command{OPENSSL_BARE_SIGNER, kKey, kCertificate});
-  const auto session = start_session(kelsign);
-  const auto recorded = start_session(kelsign, {"--journal", kJournal});
-  return {compare("kelsign line", kSessionGoal, session, bare),
-          compare("kelsign line --journal", 0, recorded, session)};
+  const auto session = start_session(kelsign, kKey);
+  const auto recorded = start_session(kelsign, kKey, {"--journal", kJournal});
+  std::vector<Comparison> comparisons = {compare("kelsign line", kSessionGoal, session, bare),
+                                         compare("kelsign line --journal", 0, recorded, session)};
+  const char* const module_key = std::getenv("BENCH_MODULE_KEY");
+  if (module_key != nullptr) {
+    comparisons.push_back(compare("kelsign line, module", 0, start_session(kelsign, module_key), session));
+  }
+  return comparisons;
 }
 
 Comparison compare_check(const Provisioning& provisioning, const std::string& kelphone) {
