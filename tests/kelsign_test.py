@@ -255,22 +255,18 @@ class KelsignTest(Case):
 
 class ModuleTest(Case):
     MODULE = "/usr/lib/softhsm/libsofthsm2.so"
-    PIN = "73551"
 
     @classmethod
     def setUpClass(cls):
-        os.mkdir(work("tokens"))
-        os.environ["SOFTHSM2_CONF"] = write("softhsm.conf", f"directories.tokendir = {work('tokens')}\n".encode())
-        cls.tool("softhsm2-util", "--init-token", "--free", "--label", "server", "--pin", cls.PIN, "--so-pin", "9999")
-        for number, name in enumerate(["root", "signer"], 1):
-            cls.tool("pkcs11-tool", "--module", cls.MODULE, "--login", "--pin", cls.PIN, "--keypairgen", "--key-type",
-                     "rsa:2048", "--label", name, "--id", f"{number:02}")
-        cls.source = "?pin-source=" + write("pin", cls.PIN.encode() + b"\n")
-        cls.root, cls.signer = (f"pkcs11:token=server;object={name};type=private" for name in ("root", "signer"))
-
-    @staticmethod
-    def tool(*command):
-        subprocess.run(command, check=True, capture_output=True)
+        """Makes two tokens, each with a key, by the commands of the page."""
+        with open(TOOLS + "../docs/signing.md", encoding="utf-8") as page:
+            commands = re.search(r"^```sh\n([^`]*softhsm2-util --init-token[^`]*)^```$", page.read(), re.M)[1]
+        subprocess.run(["bash", "-euc", commands], cwd=WORK.name, check=True, capture_output=True)
+        os.environ["SOFTHSM2_CONF"] = work("softhsm2.conf")
+        cls.PIN = read("pin")
+        cls.source = "?pin-source=" + work("pin")
+        cls.root, cls.signer = (f"pkcs11:token={token};object={key};type=private"
+                                for token, key in [("vault", "root"), ("server", "signer")])
 
     def test_root_and_signer_live_in_the_module(self):
         module_root = work("module-root")
