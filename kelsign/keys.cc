@@ -26,6 +26,7 @@ using common::Error;
 
 constexpr std::string_view kScheme = "pkcs11:";
 constexpr size_t kMaxPinLen = 255;
+constexpr char kUnusableModule[] = "the PKCS #11 module cannot be used";
 
 // Return values of a module (PKCS #11), which its engine uses as reasons.
 constexpr int kPinIncorrect = 0xA0;
@@ -64,7 +65,7 @@ Uri parse_uri(const std::string& name) {
   Uri uri{std::string(kScheme) + path.str(), "", ""};
   bool names_token = false;
   for (std::string attribute; std::getline(path, attribute, ';');) {
-    names_token |= attribute.starts_with("token=") || attribute.starts_with("serial=");
+    names_token |= (attribute.starts_with("token=") || attribute.starts_with("serial=")) && !attribute.ends_with('=');
     if (attribute.starts_with("pin-")) throw Error(uri.key + ": pin-source was expected after \"?\"");
   }
   // The PIN must not be tried on other tokens.
@@ -112,16 +113,16 @@ void read_pin(const Uri& uri, Pin& pin) {
   if (pin.text.find('\0') != std::string::npos) throw Error(uri.key + ": the PIN has a NUL inside");
 }
 
-RunningEngine start_engine(const Uri& uri, const Pin& pin) {
-  const EngineHandle engine(ENGINE_by_id("pkcs11"));
+EngineHandle make_engine(const Uri& uri, const Pin& pin) {
+  EngineHandle engine(ENGINE_by_id("pkcs11"));
   require(engine != nullptr, "OpenSSL's engine \"pkcs11\", Debian's libengine-pkcs11-openssl, cannot be loaded");
   // Its own messages would show the URI and the PIN's file.
   require(ENGINE_ctrl_cmd_string(engine.get(), "QUIET", nullptr, 0) == 1 &&
               (uri.module_path.empty() ||
                ENGINE_ctrl_cmd_string(engine.get(), "MODULE_PATH", uri.module_path.c_str(), 0) == 1) &&
-              ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin.text.c_str(), 0) == 1 && ENGINE_init(engine.get()) == 1,
-          "the PKCS #11 module cannot be used");
-  return RunningEngine(engine.get());
+              ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin.text.c_str(), 0) == 1,
+          kUnusableModule);
+  return engine;
 }
 
 [[noreturn]] void throw_missing_key(const Uri& uri) {
@@ -137,9 +138,10 @@ RunningEngine start_engine(const Uri& uri, const Pin& pin) {
 KeyHandle load_from_module(const Uri& uri) {
   Pin pin;
   read_pin(uri, pin);
-  // The key keeps the engine.
-  const RunningEngine engine = start_engine(uri, pin);
-  UI_set_default_method(UI_null());  // the engine must not ask for another PIN
+  const EngineHandle engine = make_engine(uri, pin);
+  require(ENGINE_init(engine.get()) == 1, kUnusableModule);
+  const RunningEngine running(engine.get());  // the key keeps it running
+  UI_set_default_method(UI_null());           // the engine must not ask for another PIN
   KeyHandle key(ENGINE_load_private_key(engine.get(), uri.key.c_str(), nullptr, nullptr));
   if (key == nullptr) throw_missing_key(uri);
   require_rsa_2048(key.get(), uri.key);
