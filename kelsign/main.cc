@@ -20,25 +20,9 @@ namespace {
 
 constexpr char kFooter[] = R"(
 A KEY is a PEM file or a URI such as "pkcs11:token=line;object=signer?pin-source=/etc/pin". Without a
-pin-source the PIN is taken from KELSIGN_PIN, or asked for.
+pin-source the PIN is taken from KELSIGN_PIN, or asked for. kelsign(1) says what is signed.
 
 Exit codes: 0 done; 1 refused to sign; 2 wrong usage, or something unreadable or not writable.)";
-
-constexpr char kSignHelp[] = R"(
-A challenge has 1 to 250 characters of 0-9 and A-F. A record has its twelve keys, each once and in
-order, with values that a phone can have; what is signed is its twelve values, run together. A chip id
-is "mt" or "sp" and 1 to 254 characters more, without capitals. All are printable ASCII; cpuID, phoneMac,
-imei and chip id may have line breaks.
-)";
-
-constexpr char kLineHelp[] = R"(
-  challenge TEXT    a phone's challenge
-  record TEXT       a device parameter record; its feature code must be one of those given
-  chip-id TEXT      a chip id, with --allow chip-id
-
-Each is answered by "ok factoryCert=...&sign=..." or by "failed: " and the reason. A line break inside
-a text is written \n, a carriage return \r and a backslash \\. A line has at most 16384 bytes.
-)";
 
 struct Options {
   NewCertificate wanted;
@@ -62,10 +46,12 @@ void sign(const Options& options) {
   common::print(options.as_record ? signer.signed_record(message) : signer.sign(message) + "\n");
 }
 
-// An argument or option; |type| is what stands for its value in the help.
+// An argument or option; |type| is what stands for its value in the help. An empty one comes from an unset variable and
+// must not count as one that was left out, such as the journal.
 template <typename Value>
 CLI::Option* add(CLI::App& command, const char* name, Value& value, const char* type, const std::string& description) {
-  return command.add_option(name, value, description)->type_name(type);
+  const auto check = [](const std::string& text) { return text.empty() ? "a value was expected" : ""; };
+  return command.add_option(name, value, description)->type_name(type)->check(check);
 }
 
 CLI::Option* add_wanted(CLI::App& command, NewCertificate& wanted, const char* name) {
@@ -98,7 +84,6 @@ CLI::Option* add_pair(CLI::App& command, Options& options) {
 
 void add_sign(CLI::App& app, Options& options) {
   CLI::App& command = *app.add_subcommand("sign", "Sign a challenge, a record or a chip id, and nothing else");
-  command.footer(std::string(kSignHelp) + kFooter);
   command.callback([&options] { sign(options); });
   add(command, "KIND", options.kind, "", "What TEXT is")
       ->required()
@@ -111,7 +96,6 @@ void add_sign(CLI::App& app, Options& options) {
 void add_line(CLI::App& app, Options& options) {
   SessionOptions& session = options.session;
   CLI::App& line = *app.add_subcommand("line", "Answer requests for signatures, one a line on standard input");
-  line.footer(std::string(kLineHelp) + kFooter);
   line.callback([&options] { serve(Signer(options.key, options.certificate), options.session); });
   add_pair(line, options)->required();
   add(line, "--feature-code", session.feature_codes, "CODE...", "Sign records with these feature codes alone")
@@ -130,7 +114,10 @@ void run(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) reject_pin(argv[i]);
   Options options;
   CLI::App app("Makes roots and signers, and signs what phones whose records libkelchk guards accept.", "kelsign");
-  app.require_subcommand(1);
+  // Not require_subcommand(), which hides an unknown word.
+  app.callback([&app] {
+    if (app.get_subcommands().empty()) throw common::Error("a subcommand is required (see kelsign --help)");
+  });
   app.footer(kFooter);
   app.set_version_flag("--version", "kelsign " KELSIGN_VERSION);
   add_root(app, options.wanted);
