@@ -15,10 +15,10 @@
 namespace kelsign {
 namespace {
 
-using common::json_string;
 using common::Refusal;
 using common::Request;
 using common::TextKind;
+using ChipIds = std::set<std::string>;
 
 // A line of the list may end in one, and so may a chip id.
 std::string without_line_break(std::string line) {
@@ -27,22 +27,48 @@ std::string without_line_break(std::string line) {
   return line;
 }
 
-class LineSession {
- public:
-  LineSession(const Signer& signer, const SessionOptions& options)
-      : signer_(signer), options_(options), journal_(options.journal_path) {
-    if (options.chip_ids_path.empty()) return;
-    constexpr size_t kMaxListLen = size_t{64} << 20;
-    std::istringstream list(common::read_file(options.chip_ids_path, kMaxListLen));
-    for (std::string line; std::getline(list, line);) chip_ids_.insert(without_line_break(line));
-  }
+ChipIds load_chip_ids(const std::string& path) {
+  constexpr size_t kMaxListLen = size_t{64} << 20;
+  ChipIds chip_ids;
+  std::istringstream list(path.empty() ? "" : common::read_file(path, kMaxListLen));
+  for (std::string line; std::getline(list, line);) chip_ids.insert(without_line_break(line));
+  return chip_ids;
+}
 
+std::string message_of(const Request& request, const SessionOptions& options, const ChipIds& chip_ids) {
+  const TextKind kind = kind_of(request.verb);
+  if (kind == TextKind::kChipId && !options.allows_chip_ids) throw Refusal("this session signs no chip id");
+  std::string message = common::message_to_sign(kind, request.text);
+  if (kind == TextKind::kChipId && !options.chip_ids_path.empty() &&
+      !chip_ids.contains(without_line_break(request.text))) {
+    throw Refusal("the chip id is not on the list");
+  }
+  const auto& codes = options.feature_codes;
+  if (kind == TextKind::kRecord &&
+      std::find(codes.begin(), codes.end(), common::value_of(request.text, "featureCode")) == codes.end()) {
+    throw Refusal("this session signs no record with that featureCode");
+  }
+  return message;
+}
+
+}  // namespace
+
+void serve(const Signer& signer, const SessionOptions& options) {
+  const ChipIds chip_ids = load_chip_ids(options.chip_ids_path);
+  const common::Journal journal(options.journal_path);
+  const auto record = [&](const Request& request, std::string_view outcome, std::string_view reason) {
+    journal.add({{"time", common::json_string(common::journal_time())},
+                 {"verb", common::json_string(request.verb)},
+                 {"text", common::json_string(request.text)},
+                 {"outcome", common::json_string(outcome)},
+                 {"reason", common::json_string(reason)}});
+  };
   // What cannot be recorded is not signed, so the record comes before the signature.
-  [[nodiscard]] std::string answer(const Request& request) const {
+  common::serve_lines(STDIN_FILENO, STDOUT_FILENO, [&](const Request& request) {
     try {
-      const std::string message = message_of(request);
-      record(request, "signed");
-      return common::ok_line(signer_.signed_record(message));
+      const std::string message = message_of(request, options, chip_ids);
+      record(request, "signed", "");
+      return common::ok_line(signer.signed_record(message));
     } catch (const Refusal& refusal) {
       record(request, "refused", refusal.what());
       throw;
@@ -50,44 +76,7 @@ class LineSession {
       record(request, "failed", error.what());
       throw;
     }
-  }
-
- private:
-  [[nodiscard]] std::string message_of(const Request& request) const {
-    const TextKind kind = kind_of(request.verb);
-    if (kind == TextKind::kChipId && !options_.allows_chip_ids) throw Refusal("this session signs no chip id");
-    std::string message = common::message_to_sign(kind, request.text);
-    if (kind == TextKind::kChipId && !options_.chip_ids_path.empty() &&
-        !chip_ids_.contains(without_line_break(request.text))) {
-      throw Refusal("the chip id is not on the list");
-    }
-    const auto& codes = options_.feature_codes;
-    if (kind == TextKind::kRecord &&
-        std::find(codes.begin(), codes.end(), common::value_of(request.text, "featureCode")) == codes.end()) {
-      throw Refusal("this session signs no record with that featureCode");
-    }
-    return message;
-  }
-
-  void record(const Request& request, std::string_view outcome, const std::string& reason = "") const {
-    journal_.add({{"time", json_string(common::journal_time())},
-                  {"verb", json_string(request.verb)},
-                  {"text", json_string(request.text)},
-                  {"outcome", json_string(outcome)},
-                  {"reason", json_string(reason)}});
-  }
-
-  const Signer& signer_;
-  const SessionOptions& options_;
-  std::set<std::string> chip_ids_;
-  common::Journal journal_;
-};
-
-}  // namespace
-
-void serve(const Signer& signer, const SessionOptions& options) {
-  const LineSession session(signer, options);
-  common::serve_lines(STDIN_FILENO, STDOUT_FILENO, [&](const Request& request) { return session.answer(request); });
+  });
 }
 
 }  // namespace kelsign
