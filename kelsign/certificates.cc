@@ -78,11 +78,11 @@ void issue(X509* certificate, X509* issuer, EVP_PKEY* issuer_key, Extensions ext
   require(X509_sign(certificate, issuer_key, EVP_sha256()) > 0, "the certificate cannot be signed");
 }
 
-template <typename Write>
-std::string pem_of(Write write) {
+template <typename Write, typename... Arguments>
+std::string pem_of(Write write, Arguments... arguments) {
   const BioHandle stream(BIO_new(BIO_s_secmem()));
   char* text = nullptr;
-  require(write(stream.get()) == 1, "no PEM can be written");
+  require(write(stream.get(), arguments...) == 1, "no PEM can be written");
   const long len = BIO_get_mem_data(stream.get(), &text);
   return {text, static_cast<size_t>(len)};
 }
@@ -96,14 +96,11 @@ void write_files(const std::string& folder, const std::string& name, EVP_PKEY* n
   const std::string path = folder + "/" + name;
   const std::string key_path = path + ".key";
   if (new_key != nullptr) {
-    const auto write = [=](BIO* stream) {
-      return PEM_write_bio_PrivateKey(stream, new_key, nullptr, nullptr, 0, nullptr, nullptr);
-    };
-    common::write_new_file(key_path, pem_of(write), 0600);
+    const std::string pem = pem_of(PEM_write_bio_PrivateKey, new_key, nullptr, nullptr, 0, nullptr, nullptr);
+    common::write_new_file(key_path, pem, 0600);
   }
   try {
-    const auto write = [=](BIO* stream) { return PEM_write_bio_X509(stream, certificate); };
-    common::write_new_file(path + ".pem", pem_of(write), 0644);
+    common::write_new_file(path + ".pem", pem_of(PEM_write_bio_X509, certificate), 0644);
   } catch (const Error&) {
     if (new_key != nullptr) ::unlink(key_path.c_str());
     throw;
@@ -115,6 +112,9 @@ RequestHandle load_request(const std::string& path) {
   EVP_PKEY* const key = X509_REQ_get0_pubkey(request.get());
   require(key != nullptr, path + ": its key cannot be read");
   require_rsa_2048(key, path);
+  // Anybody could sign for a key whose exponent is 1.
+  const KeyContextHandle context(EVP_PKEY_CTX_new(key, nullptr));
+  require(EVP_PKEY_public_check(context.get()) == 1, path + ": its key is not safe");
   if (X509_REQ_verify(request.get(), key) == 1) return request;
   throw Error(path + ": the request is not signed by its own key");
 }

@@ -25,6 +25,7 @@ using BioHandle = std::unique_ptr<BIO, FreeBy<BIO_free>>;
 using CertificateHandle = std::unique_ptr<X509, FreeBy<X509_free>>;
 using DigestHandle = std::unique_ptr<EVP_MD_CTX, FreeBy<EVP_MD_CTX_free>>;
 using ExtensionHandle = std::unique_ptr<X509_EXTENSION, FreeBy<X509_EXTENSION_free>>;
+using KeyContextHandle = std::unique_ptr<EVP_PKEY_CTX, FreeBy<EVP_PKEY_CTX_free>>;
 using KeyHandle = std::unique_ptr<EVP_PKEY, FreeBy<EVP_PKEY_free>>;
 using RequestHandle = std::unique_ptr<X509_REQ, FreeBy<X509_REQ_free>>;
 

@@ -117,8 +117,9 @@ class KelsignTest(Case):
         write("ed25519", openssl("genpkey", "-algorithm", "ed25519"))
         request = openssl("req", "-new", "-key", KEY[1], "-subj", "/O=Provisioning/CN=Provisioning root", "-utf8")
         body = base64.b64decode(b"".join(request.splitlines()[1:-1]))
-        forged = base64.encodebytes(body[:-1] + bytes([body[-1] ^ 1]))
-        forged = write("forged.csr", request.splitlines()[0] + b"\n" + forged + request.splitlines()[-1] + b"\n")
+        pem = lambda der: request.splitlines()[0] + b"\n" + base64.encodebytes(der) + request.splitlines()[-1] + b"\n"
+        forged = write("forged.csr", pem(body[:-1] + bytes([body[-1] ^ 1])))
+        weak = write("weak.csr", pem(body.replace(b"\x02\x03\x01\x00\x01", b"\x02\x03\x01\x00\x02")))  # its exponent
         short = openssl("x509", "-req", "-CA", ROOT[1], "-CAkey", ROOT[3], stdin=request)
         signer = ["signer", work("x"), *ROOT]
         module = "pkcs11:token=T;object=o"
@@ -137,10 +138,11 @@ class KelsignTest(Case):
                 ([*signer[:3], ROOT[1], "--root-key", work("other/root.key")], "certificate of the given key"),
                 ([*signer, "--name", "Provisioning root"], "another name"), ([*signer, "--csr", forged], "its own key"),
                 ([*signer, "--csr", write("root.csr", request)], "another name"), ([*signer, "--csr", KEY[1]], "request"),
+                ([*signer, "--csr", weak], "not safe"), ([*LINE, "--journal", ""], "--journal: a value was expected"),
                 ([*signer, "--csr", forged, *KEY], "excludes"), ([*LINE[:5], "--feature-code", "a&b"], "--feature-code"),
                 ([*LINE, "--chip-ids", "/dev/null"], "--allow"), ([*LINE, "--allow", "all"], "all"),
                 ([*LINE, "--allow", "chip-id", "--chip-ids", "/dev/zero"], "67108864"),
-                (["root", work("x"), "--key", module], "no PIN"), (["root", work("x"), "--key", "pkcs11:object=o"], "token"),
+                (["root", work("x"), "--key", module], "no PIN"), (["root", work("x"), "--key", "pkcs11:object=o;token="], "token or"),
                 (["root", work("x"), "--key", module + "?pin-value=6789"], "other users"),
                 (["root", work("x"), "--kye", "Pkcs11:PIN-value=6789"], "other users"),
                 (["root", work("x"), "--key", module + ";pin-source=/dev/null"], "after"),
