@@ -63,12 +63,8 @@ void follow_messages(StoredFiles& files) {
 }
 
 std::string repair_error(const Lines& messages) {
-  constexpr std::string_view kDestination = "cannot open destination file=";
-  for (const std::string& message : messages) {
-    if (message.starts_with(kDestination))
-      return std::strerror(static_cast<int>(std::strtol(message.c_str() + kDestination.size(), nullptr, 10)));
-  }
-  return "it could not be written completely";
+  const std::string error = rest_of(messages, "cannot open destination file=");
+  return error.empty() ? "it could not be written completely" : std::strerror(std::atoi(error.c_str()));
 }
 
 // What became of the other copy than the valid one.
@@ -131,10 +127,9 @@ Verdict verdict_on(const StoredFiles& files, bool is_valid) {
 }
 
 Verdict check_stored_files(unsigned wait) {
-  const common::Fd folder = open_lock_folder();
+  const common::Fd lock = lock_phone(wait);
   const std::string unlocked =
-      folder ? "" : std::string("checked without the lock: /kelofs: cannot be opened: ") + std::strerror(errno);
-  if (folder) lock(folder, wait);
+      lock ? "" : std::string("checked without the lock: /kelofs: cannot be opened: ") + std::strerror(errno);
   StoredFiles files;
   for (const File file : kFiles) {
     for (const Copy copy : kCopies) files[file][copy].look = look_at(file, copy);
@@ -163,23 +158,18 @@ void log_line(int priority, const std::string& text) {
   __android_log_write(priority, "kelphone", common::escape(text).c_str());
 }
 
-Verdict try_check() {
-  try {
-    return check_stored_files(0);
-  } catch (const common::SessionError& error) {
-    return {.is_decided = false, .words = {error.what()}};
-  }
-}
-
 // Tries until it is decided, at the last with whatever there is. Until then both stores must be there, or a damaged
 // copy could not be repaired.
 Verdict decide(Clock::time_point end) {
-  for (;;) {
+  for (;; std::this_thread::sleep_for(std::chrono::milliseconds(200))) {
     const bool is_last = Clock::now() >= end;
-    const bool is_ready = store_trouble(kPrimary).empty() && store_trouble(kBackup).empty();
-    const Verdict verdict = is_ready || is_last ? try_check() : Verdict{.is_decided = false};
-    if (verdict.is_decided || is_last) return verdict;
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    if (!is_last && !(store_trouble(kPrimary).empty() && store_trouble(kBackup).empty())) continue;
+    try {
+      const Verdict verdict = check_stored_files(0);
+      if (verdict.is_decided || is_last) return verdict;
+    } catch (const std::exception& error) {
+      if (is_last) return {.is_decided = false, .words = {error.what()}};
+    }
   }
 }
 
@@ -187,8 +177,9 @@ Verdict decide(Clock::time_point end) {
 int publish(const Verdict& verdict) {
   std::string line = !verdict.is_decided ? "undecided" : verdict.is_valid ? "valid" : "not valid";
   line += "; " + joined(verdict.words);
-  const bool is_set = verdict.is_decided && ::property_set(kVerdictProperty, verdict.is_valid ? "1" : "0") == 0;
-  if (verdict.is_decided && !is_set) line.append("; cannot set ").append(kVerdictProperty);
+  const char* const value = verdict.is_valid ? "1" : "0";
+  if (verdict.is_decided && ::property_set(kVerdictProperty, value) != 0)
+    line.append("; cannot set ").append(kVerdictProperty);
   log_line(verdict.is_valid ? ANDROID_LOG_INFO : ANDROID_LOG_ERROR, line);
   if (!verdict.is_decided) return common::kSessionFailed;
   return verdict.is_valid ? common::kYes : common::kNo;

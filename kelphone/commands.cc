@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <cstring>
 #include <iterator>
 
@@ -25,11 +26,10 @@ constexpr char kHiddenRemark[] =
 common::Fd begin(const Options& options) {
   const unsigned wait = options.wait.value_or(kLockWait);
   expect("answer from this phone", wait + kAnswerLimit);
-  common::Fd folder = open_lock_folder();
-  if (!folder) common::throw_errno(kLockFolder, "cannot be opened");
-  lock(folder, wait);
+  common::Fd lock = lock_phone(wait);
+  if (!lock) common::throw_errno(kLockFolder, "cannot be opened");
   begin_operation();
-  return folder;
+  return lock;
 }
 
 // The values of the report. A value may hold an "&", so it ends where the next name begins.
@@ -93,6 +93,14 @@ std::string answer_to(const common::Request& request) {
 
 }  // namespace
 
+std::optional<unsigned> parse_number(std::string_view text, unsigned max) {
+  unsigned number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest != end || number > max) return {};
+  return number;
+}
+
 std::string json_object(const Members& members) {
   std::string text;
   for (const auto& [name, value] : members) {
@@ -106,14 +114,11 @@ int security(const Options& options) {
   char report[KELCHK_SECURITY_REPORT_CAP];
   unsigned len = 0;
   if (kelo_bsp_sec_ctrl_get(report, sizeof report, &len) != 0) throw common::Refusal(joined(messages().reasons));
-  Members values = values_of({report, len});
   const bool is_hidden = std::strstr(report, ".verified.root_digest=false&") != nullptr;
-  if (!options.json) {
-    common::print(as_table(values) + (is_hidden ? kHiddenRemark : ""));
-    return common::kYes;
-  }
+  Members values = values_of({report, len});
+  const std::string table = as_table(values) + (is_hidden ? kHiddenRemark : "");
   for (auto& [name, value] : values) value = common::json_string(value);
-  common::print(json_object(values));
+  common::print(options.json ? json_object(values) : table);
   return common::kYes;
 }
 

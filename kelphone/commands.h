@@ -12,7 +12,6 @@ namespace kelphone {
 struct Options {
   bool log = false;
   bool json = false;
-  bool service = false;
   std::optional<unsigned> wait;  // seconds
   std::string file;
 };

@@ -25,13 +25,10 @@ void give_up(int /*signal*/) {
 
 }  // namespace
 
-common::Fd open_lock_folder() {
-  return common::Fd(::open(kLockFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
-void lock(const common::Fd& folder, unsigned wait) {
+common::Fd lock_phone(unsigned wait) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(wait);
-  while (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
+  common::Fd folder(::open(kLockFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  while (folder && ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) common::throw_errno(kLockFolder, "cannot be locked");
     if (std::chrono::steady_clock::now() >= end) {
       throw common::SessionError("another process uses this phone: /kelofs was locked for " + std::to_string(wait) +
@@ -39,6 +36,7 @@ void lock(const common::Fd& folder, unsigned wait) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+  return folder;
 }
 
 void expect(const char* what, unsigned limit) {

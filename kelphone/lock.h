@@ -12,13 +12,10 @@ inline constexpr unsigned kInputLimit = 600;  // for a file or the next request
 
 inline constexpr char kLockFolder[] = "/kelofs";
 
-// The folder whose lock keeps other processes off this phone: two would overwrite each other's files. Without it, the
-// result is empty and errno says why.
-common::Fd open_lock_folder();
-
-// Waits for up to |wait| seconds for the lock, which lasts as long as |folder|. Throws SessionError when another
-// process has it even then.
-void lock(const common::Fd& folder, unsigned wait);
+// Locks kLockFolder, which keeps other processes off this phone: two would overwrite each other's files. The lock lasts
+// as long as the result, which is empty, with errno, when the folder cannot be opened. Throws SessionError when another
+// process has the lock for all of |wait| seconds.
+common::Fd lock_phone(unsigned wait);
 
 // Begins a step and ends the one before: unless another begins within |limit| seconds, the process says that there was
 // no |what| and ends with kSessionFailed. Nothing else gets out of a vendor library or a device that hangs.

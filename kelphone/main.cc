@@ -1,9 +1,9 @@
 // kelphone: the phone's program. It checks what libkelchk checks, and serves a factory host.
-#include <fcntl.h>
 #include <grp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <charconv>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <string_view>
@@ -11,6 +11,7 @@
 #include "common/file.h"
 #include "common/outcome.h"
 #include "kelphone/commands.h"
+#include "kelphone/lock.h"
 #include "kelphone/messages.h"
 #include "kelphone/platform.h"
 
@@ -33,59 +34,42 @@ constexpr char kHelp[] = R"(usage: kelphone [--log] [--wait SECONDS] COMMAND
 )";
 
 constexpr unsigned kMaxWait = 3600;
-
-enum class Takes { kNothing, kJson, kService, kFile };
+constexpr uid_t kSystemUser = 1000;  // and its group, by the same number
 
 struct Command {
-  std::string_view name;
-  Takes takes;
+  std::string_view form;
   int (*run)(const Options& options);
 };
 
 constexpr Command kCommands[] = {
-    {"check", Takes::kJson, check},         {"check", Takes::kService, check_at_boot},
-    {"security", Takes::kJson, security},   {"efuse", Takes::kNothing, efuse},
-    {"authorize", Takes::kFile, authorize}, {"line", Takes::kNothing, serve_session},
+    {"check", check}, {"check --json", check},       {"check --service", check_at_boot}, {"security", security},
+    {"efuse", efuse}, {"security --json", security}, {"authorize", authorize},           {"line", serve_session},
 };
 
-// Takes the options out of the command line and returns the other words.
-Lines take_options(int argc, char** argv, Options& options) {
-  Lines words;
+// Takes the options for every command and the FILE out of the command line and returns the rest.
+std::string take_options(int argc, char** argv, Options& options) {
+  std::string form;
   for (int i = 1; i < argc; ++i) {
-    const std::string_view word = argv[i];
+    const std::string word = argv[i];
     if (word == "--log") {
       options.log = true;
-    } else if (word == "--json") {
-      options.json = true;
-    } else if (word == "--service") {
-      options.service = true;
     } else if (word == "--wait") {
       options.wait = parse_number(i + 1 < argc ? argv[++i] : "", kMaxWait);
       if (!options.wait) throw common::Error("--wait takes 0 to " + std::to_string(kMaxWait) + " seconds");
+    } else if (form == "authorize" && options.file.empty()) {
+      options.file = word;
     } else {
-      words.emplace_back(word);
+      form += (form.empty() ? "" : " ") + word;
     }
   }
-  if (words.empty()) throw common::Error("no command: see kelphone --help");
-  return words;
+  options.json = form.ends_with(" --json");
+  return form;
 }
 
-const Command& find_command(const Lines& words, const Options& options) {
-  for (const Command& command : kCommands) {
-    const bool fits = command.name == words.front() && words.size() == (command.takes == Takes::kFile ? 2 : 1) &&
-                      options.service == (command.takes == Takes::kService) &&
-                      (!options.json || command.takes == Takes::kJson);
-    if (fits) return command;
-  }
-  throw common::Error("wrong usage of \"" + joined(words) + "\": see kelphone --help");
-}
-
-// A descriptor that is closed from the start would be given to a stored file, and what is printed would go there.
-// Printing to what takes its place fails, as it should.
-void keep_standard_descriptors() {
-  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(fd, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDONLY));
-  }
+// A simulated phone mostly has none: its folders belong to whoever made it, who is root inside.
+bool has_system_user() {
+  struct stat status = {};
+  return platform() == Platform::kPhone || (::stat(kLockFolder, &status) == 0 && status.st_uid == kSystemUser);
 }
 
 // What root makes in the stores, no other caller could repair or lock.
@@ -99,14 +83,17 @@ void become_system() {
 
 int run(int argc, char** argv) {
   Options options;
-  const Lines words = take_options(argc, argv, options);
-  if (words.front() == "--help" || words.front() == "version") {
-    common::print(words.front() == "version" ? "kelphone " KELCHK_VERSION "\n" : kHelp);
+  const std::string form = take_options(argc, argv, options);
+  if (form == "--help" || form == "version") {
+    common::print(form == "version" ? "kelphone " KELCHK_VERSION "\n" : kHelp);
     return common::kYes;
   }
-  const Command& command = find_command(words, options);
-  options.file = words.back();
-  if (!is_phone()) {
+  const auto* const command = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                           [&](const Command& known) { return known.form == form; });
+  if (command == std::end(kCommands) || (command->run == authorize) == options.file.empty()) {
+    throw common::Error("wrong usage of \"" + form + "\": see kelphone --help");
+  }
+  if (platform() == Platform::kOther) {
     throw common::Error(
         "this machine is no phone, and its own folders are not touched. On a simulated phone: "
         "phone run DIR -- kelphone check");
@@ -114,24 +101,14 @@ int run(int argc, char** argv) {
   become_system();
   if (options.log) show_messages();
   // A simulated phone's log is the terminal, which is for results. On a phone this does nothing.
-  if (!options.service) ::setenv("KELCHK_LOG", "none", 0);
-  return command.run(options);
+  if (command->run != check_at_boot) ::setenv("KELCHK_LOG", "none", 0);
+  return command->run(options);
 }
 
 }  // namespace
-
-std::optional<unsigned> parse_number(std::string_view text, unsigned max) {
-  unsigned number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest != end || number > max) return {};
-  return number;
-}
-
 }  // namespace kelphone
 
 int main(int argc, char** argv) {
-  kelphone::keep_standard_descriptors();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // so that lost output is an error like any other
   return common::run_program("kelphone", [=] { return kelphone::run(argc, argv); });
 }

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <string_view>
 
 #include "common/escape.h"
 
@@ -80,6 +79,12 @@ void begin_operation() {
 
 void show_messages() {
   are_shown = true;
+}
+
+std::string rest_of(const Lines& messages, std::string_view beginning) {
+  const auto found = std::find_if(messages.rbegin(), messages.rend(),
+                                  [&](const std::string& message) { return message.starts_with(beginning); });
+  return found != messages.rend() ? found->substr(beginning.size()) : "";
 }
 
 std::string joined(const Lines& lines) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelphone {
@@ -20,6 +21,9 @@ void begin_operation();
 
 // Also shows each message on standard error as it comes, such as "E kelchk: read_rid err".
 void show_messages();
+
+// What follows |beginning| in the last message that has it.
+std::string rest_of(const Lines& messages, std::string_view beginning);
 
 // |lines| in one line, separated by "; ".
 std::string joined(const Lines& lines);

@@ -53,13 +53,6 @@ std::string quoted(const std::string& text) {
   return '"' + text + '"';
 }
 
-// What follows |beginning| in the last message that has it.
-std::string rest_of(const Lines& messages, std::string_view beginning) {
-  const auto found = std::find_if(messages.rbegin(), messages.rend(),
-                                  [&](const std::string& message) { return message.starts_with(beginning); });
-  return found != messages.rend() ? found->substr(beginning.size()) : "";
-}
-
 Reason chain_reason(const Lines& messages) {
   const std::string outcome = rest_of(messages, "kelo_X509_verify_cert ret = ");
   if (outcome.empty()) return {"its signer could not be checked", false};

@@ -19,6 +19,15 @@ std::string store_folder(Copy copy) {
   return copy == kPrimary ? primary : KELCHK_STORE_BACKUP;
 }
 
+// A simulated phone is one file system.
+bool is_mounted(const std::string& path) {
+  struct stat inside = {};
+  struct stat outside = {};
+  return platform() == Platform::kSimulatedPhone ||
+         (::stat(path.c_str(), &inside) == 0 && ::stat((path + "/..").c_str(), &outside) == 0 &&
+          inside.st_dev != outside.st_dev);
+}
+
 }  // namespace
 
 std::string store_trouble(Copy copy) {

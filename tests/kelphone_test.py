@@ -247,7 +247,7 @@ class KelphoneTest(unittest.TestCase):
                     os.remove(log)
                 if before:
                     before()
-                later = threading.Timer(1, after or (lambda: None))
+                later = threading.Timer(0.5 if after else 0, after or (lambda: None))
                 later.start()
                 result = on_phone("check", "--service", "--wait", str(wait), env={**os.environ, "KELCHK_LOG": LOG},
                                   wrap=["sh", "-c", 'exec "$0" "$@" >&-'])
@@ -308,7 +308,8 @@ class KelphoneTest(unittest.TestCase):
     def test_wrong_usage_and_lost_output(self):
         make_phone()
         for arguments in [[], ["chek"], ["check", "x"], ["efuse", "--json"], ["security", "--service"], ["authorize"],
-                          ["check", "--wait", "3601"], ["check", "--wait"], ["check", "--bogus"], ["authorize", "/none"]]:
+                          ["check", "--wait", "3601"], ["check", "--wait"], ["check", "--bogus"], ["authorize", "/none"], ["authorize", "/"],
+                          ["authorize", "/dev/zero"]]:
             with self.subTest(arguments=arguments):
                 self.expect(on_phone(*arguments), 2, err="kelphone: ")
         for redirection in [">/dev/full", ">&-"]:
