@@ -13,7 +13,7 @@ import threading
 import unittest
 
 PHONE, ROOT, *KELPHONE = sys.argv[1:]
-WORK = tempfile.TemporaryDirectory()
+WORK = tempfile.TemporaryDirectory(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)  # most of the time is disk
 os.chmod(WORK.name, 0o755)  # the user "system" looks into it, too
 FOLDERS = [os.path.dirname(KELPHONE[-1])] + os.environ.get("LD_LIBRARY_PATH", "").split(":")
 CHIP_IDS = {"mediatek": "mt0123456789abcdef0123456789000000", "unisoc": "spab12cd3400000000"}
