@@ -12,7 +12,6 @@
 #include "kelchk.h"
 #include "kelsign/certificates.h"
 #include "kelsign/keys.h"
-#include "kelsign/line_session.h"
 #include "kelsign/signer.h"
 
 namespace kelsign {

@@ -1,8 +1,9 @@
-// Signs what the policy allows.
+// Signs what the policy allows: one text, or what a factory host asks for line by line.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/signing_policy.h"
 #include "kelsign/crypto.h"
@@ -28,5 +29,17 @@ class Signer {
 
 // "challenge", "record" or "chip-id". Throws common::Refusal over anything else.
 common::TextKind kind_of(std::string_view word);
+
+// What a session signs, beyond what the policy allows.
+struct SessionOptions {
+  std::vector<std::string> feature_codes;  // of a record
+  bool allows_chip_ids = false;
+  std::string chip_ids_path;  // the list of the chip ids that are signed, one a line; empty for every one
+  std::string journal_path;   // empty keeps no journal
+};
+
+// Answers requests on standard input until it ends. Each is in the journal before its answer. Throws common::Error when
+// a file cannot be read or written or the key cannot sign.
+void serve(const Signer& signer, const SessionOptions& options);
 
 }  // namespace kelsign
