@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <thread>
@@ -64,7 +63,7 @@ void follow_messages(StoredFiles& files) {
 
 std::string repair_error(const Lines& messages) {
   const std::string error = rest_of(messages, "cannot open destination file=");
-  return error.empty() ? "it could not be written completely" : std::strerror(std::atoi(error.c_str()));
+  return error.empty() ? "it could not be written completely" : std::strerror(std::stoi(error));
 }
 
 // What became of the other copy than the valid one.
