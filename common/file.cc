@@ -13,14 +13,21 @@
 
 namespace common {
 
-std::string read_file(const std::string& path, size_t max) {
+using Clock = std::chrono::steady_clock;
+
+std::string read_file(const std::string& path, size_t max, std::chrono::seconds limit) {
   const bool is_input = path == "-";
   const std::string name = is_input ? "standard input" : path;
-  const Fd file(is_input ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const Fd file(is_input ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file) throw_errno(name, "cannot be opened");
+  const auto deadline = Clock::now() + limit;
+  pollfd wanted[] = {{file.get(), POLLIN, 0}};
   std::string content;
   std::string bytes;
   do {
+    if (!wait_for(wanted, deadline)) {
+      throw Error(name + ": does not end within " + std::to_string(limit.count()) + " seconds");
+    }
     if (!read_some(file.get(), bytes)) throw_errno(name, "cannot be read");
     content += bytes;
   } while (!bytes.empty() && content.size() <= max);
@@ -45,6 +52,14 @@ bool read_some(int fd, std::string& bytes) {
   while (count < 0 && errno == EINTR);
   bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
   return count >= 0;
+}
+
+bool wait_for(std::span<pollfd> wanted, Clock::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return false;
+    if (::poll(wanted.data(), wanted.size(), static_cast<int>(left)) > 0) return true;
+  }
 }
 
 bool write_all(int fd, std::string_view content) {

@@ -1,11 +1,12 @@
 #include "common/journal.h"
 
 #include <fcntl.h>
+#include <fmt/chrono.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 
 #include "common/escape.h"
@@ -44,13 +45,9 @@ void Journal::add(const std::vector<Field>& fields) const {
 }
 
 std::string journal_time() {
-  timespec now = {};
-  tm utc = {};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  ::gmtime_r(&now.tv_sec, &utc);
-  char seconds[32];
-  const size_t len = ::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S.", &utc);
-  return std::string(seconds, len) + std::to_string(1000 + now.tv_nsec / 1000000).substr(1) + "Z";
+  const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  const auto ms = now.time_since_epoch().count() % 1000;
+  return fmt::format("{:%FT%T}.{:03}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(now)), ms);
 }
 
 }  // namespace common

@@ -24,16 +24,15 @@ void replace_closed_streams() {
   }
 }
 
-int report(const char* program, const std::string& message, ExitCode code) {
-  std::fprintf(stderr, "%s: %s\n", program, escape(message).c_str());
-  return code;
-}
-
 }  // namespace
 
 void print(std::string_view text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
   throw_errno("standard output", "cannot be written");
+}
+
+void complain(std::string_view name, std::string_view message) {
+  std::fputs((escape(name) + ": " + escape(message) + "\n").c_str(), stderr);
 }
 
 std::string good(std::string_view words) {
@@ -51,11 +50,14 @@ int run_program(const char* program, const std::function<int()>& body) {
     if (std::fclose(stdout) != 0) throw_errno("standard output", "cannot be written");
     return code;
   } catch (const Refusal& refusal) {
-    return report(program, std::string("refused: ") + refusal.what(), kNo);
+    complain(program, std::string("refused: ") + refusal.what());
+    return kNo;
   } catch (const SessionError& error) {
-    return report(program, error.what(), kSessionFailed);
+    complain(program, error.what());
+    return kSessionFailed;
   } catch (const std::exception& error) {
-    return report(program, error.what(), kUnusable);
+    complain(program, error.what());
+    return kUnusable;
   }
 }
 

@@ -29,6 +29,9 @@ using SessionError = Failure<kSessionFailed>;
 // Writes |text| to standard output at once. Throws Error when that fails.
 void print(std::string_view text);
 
+// Writes |message| from |name| to standard error, both escaped.
+void complain(std::string_view name, std::string_view message);
+
 // |words| in green or red when standard output is a terminal, else as they are.
 std::string good(std::string_view words);
 std::string bad(std::string_view words);

@@ -1,7 +1,7 @@
 #include "common/process.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <fmt/core.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,12 +18,12 @@
 namespace common {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kMaxLastReads = 64;  // more than a pipe holds
 
 struct Pipe {
   Pipe() {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) throw SessionError(std::string("no pipe: ") + std::strerror(errno));
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw SessionError(fmt::format("no pipe: {}", std::strerror(errno)));
     reading = Fd(ends[0]);
     writing = Fd(ends[1]);
   }
@@ -32,9 +32,9 @@ struct Pipe {
 };
 
 struct Pipes {
-  Pipe in, out;
+  Pipe in, out, errors;
   Pipe alive;  // ends with this process
-  Pipe error;  // ends without a word once the command runs
+  Pipe start;  // ends without a word once the command runs
 };
 
 // Between fork and exec only what is safe there is called.
@@ -43,9 +43,10 @@ struct Pipes {
   static_cast<void>(::signal(SIGPIPE, SIG_DFL));
   ::dup2(pipes.in.reading.get(), STDIN_FILENO);
   ::dup2(pipes.out.writing.get(), STDOUT_FILENO);
+  ::dup2(pipes.errors.writing.get(), STDERR_FILENO);
   ::execvp(arguments[0], arguments);
   const int error = errno;
-  static_cast<void>(::write(pipes.error.writing.get(), &error, sizeof error) < 0);
+  static_cast<void>(::write(pipes.start.writing.get(), &error, sizeof error) < 0);
   ::_exit(127);
 }
 
@@ -78,15 +79,6 @@ bool ends_in_time(pid_t id) {
   ::_exit(0);
 }
 
-bool is_readable(int fd, Clock::time_point deadline) {
-  pollfd wanted = {fd, POLLIN, 0};
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    const int count = ::poll(&wanted, 1, static_cast<int>(std::max<decltype(left)>(left, 0)));
-    if (count >= 0 || errno != EINTR) return count > 0;
-  }
-}
-
 }  // namespace
 
 Process::Process(std::string name, std::vector<std::string> command) : name_(std::move(name)) {
@@ -96,17 +88,18 @@ Process::Process(std::string name, std::vector<std::string> command) : name_(std
   static_cast<void>(::signal(SIGPIPE, SIG_IGN));
   Pipes pipes;
   guard_ = ::fork();
-  if (guard_ < 0) throw SessionError(name_ + ": cannot be started: " + std::strerror(errno));
+  if (guard_ < 0) throw SessionError(fmt::format("{}: cannot be started: {}", name_, std::strerror(errno)));
   if (guard_ == 0) guard_command(arguments.data(), pipes);
   in_ = std::move(pipes.in.writing);
   out_ = std::move(pipes.out.reading);
+  errors_ = std::move(pipes.errors.reading);
   alive_ = std::move(pipes.alive.writing);
-  ::fcntl(in_.get(), F_SETFL, O_NONBLOCK);
+  for (const Fd* fd : {&in_, &errors_}) ::fcntl(fd->get(), F_SETFL, O_NONBLOCK);
 
-  pipes.error.writing = Fd();
+  pipes.start.writing = Fd();
   int error = 0;
-  if (::read(pipes.error.reading.get(), &error, sizeof error) <= 0) return;
-  throw SessionError(name_ + ": " + command.front() + " cannot be started: " + std::strerror(error));
+  if (::read(pipes.start.reading.get(), &error, sizeof error) <= 0) return;
+  throw SessionError(fmt::format("{}: {} cannot be started: {}", name_, command.front(), std::strerror(error)));
 }
 
 Process::~Process() {
@@ -115,11 +108,13 @@ Process::~Process() {
   alive_ = Fd();
   while (::waitpid(guard_, nullptr, 0) < 0 && errno == EINTR) {
   }
+  // The end of the group; a process that left it may go on writing.
+  for (int reads = 0; errors_ && reads < kMaxLastReads; ++reads) show_errors();
 }
 
 std::string Process::ask(std::string_view line, std::chrono::seconds timeout) {
-  const Clock::time_point deadline = Clock::now() + timeout;
-  const std::string request = std::string(line) + "\n";
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  const std::string request = fmt::format("{}\n", line);
   // The pipe of a program that reads has room for a line. What any other does not take, it does not answer.
   static_cast<void>(::write(in_.get(), request.data(), request.size()) < 0);
 
@@ -128,15 +123,30 @@ std::string Process::ask(std::string_view line, std::chrono::seconds timeout) {
   while (!lines_.take(answer)) {
     answer = lines_.unfinished();
     if (answer.size() > kMaxLineLen + 1) break;  // its end may never come
-    if (!is_readable(out_.get(), deadline)) {
-      throw SessionError(name_ + ": no answer within " + std::to_string(timeout.count()) + " seconds");
+    pollfd wanted[] = {{out_.get(), POLLIN, 0}, {errors_.get(), POLLIN, 0}};
+    if (!wait_for(wanted, deadline)) {
+      throw SessionError(fmt::format("{}: no answer within {} seconds", name_, timeout.count()));
     }
+    if (wanted[1].revents != 0) show_errors();
+    if (wanted[0].revents == 0) continue;
     if (!read_some(out_.get(), bytes) || bytes.empty()) throw SessionError(name_ + ": it ended before it answered");
     lines_.add(bytes);
   }
   if (answer.size() <= kMaxLineLen) return answer;
-  throw SessionError(name_ + ": an answer is longer than the " + std::to_string(kMaxLineLen) +
-                     " bytes that are accepted");
+  throw SessionError(fmt::format("{}: an answer is longer than the {} bytes that are accepted", name_, kMaxLineLen));
+}
+
+void Process::show_errors() {
+  std::string text;
+  if (!read_some(errors_.get(), text) || text.empty()) {
+    errors_ = Fd();
+    if (!error_lines_.unfinished().empty()) text = "\n";
+  }
+  if (errors_room_ == 0) return;  // read, so that the program does not wait, and dropped
+  errors_room_ -= std::min(errors_room_, text.size());
+  if (errors_room_ == 0) text += "\nfurther messages are dropped\n";
+  error_lines_.add(text);
+  for (std::string line; error_lines_.take(line);) complain(name_, line);
 }
 
 std::string beside_this_program(const std::string& program) {

@@ -16,8 +16,9 @@ namespace common {
 class Process {
  public:
   // Starts |command|, looked for in PATH unless it holds a "/", in a process group of its own, which ends when this
-  // object or this process does, however that ends. Its standard error stays this program's. |name| is how messages
-  // call it. Throws SessionError when it cannot start. From then on this process ignores SIGPIPE.
+  // object or this process does, however that ends. What it writes to standard error is shown, escaped and after
+  // |name|, while ask() waits and when this object ends; of more than 1 MiB the rest is dropped. Throws SessionError
+  // when it cannot start. From then on this process ignores SIGPIPE.
   Process(std::string name, std::vector<std::string> command);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -28,12 +29,17 @@ class Process {
   std::string ask(std::string_view line, std::chrono::seconds timeout);
 
  private:
+  void show_errors();
+
   std::string name_;
   pid_t guard_ = -1;  // the first process of the group, which ends the others
   Fd alive_;          // the guard sees its end when this process is gone
   Fd in_;
   Fd out_;
+  Fd errors_;
   LineBuffer lines_;
+  LineBuffer error_lines_;
+  size_t errors_room_ = size_t{1} << 20;
 };
 
 // |program| in this program's own folder when there is one, or else its bare name, to be looked for in PATH.

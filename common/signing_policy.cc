@@ -1,5 +1,6 @@
 #include "common/signing_policy.h"
 
+#include <fmt/core.h>
 #include <time.h>
 
 #include <algorithm>
@@ -16,27 +17,17 @@ namespace {
 
 using kelchk::kRecordKeys;
 
-constexpr size_t kMaxPropertyLen = 91;
-
-bool is_upper_hex(std::string_view text) {
-  return text.find_first_not_of("0123456789ABCDEF") == std::string_view::npos;
+bool is_printable(char c) {
+  return c >= ' ' && c <= '~';
 }
 
-bool is_challenge(std::string_view text) {
-  return text.size() <= KELCHK_CHALLENGE_MAX && is_upper_hex(text);
+// A Unisoc phone may report line breaks.
+bool is_printable_or_break(char c) {
+  return is_printable(c) || c == '\n' || c == '\r';
 }
 
 bool is_chip_id(std::string_view text) {
-  const bool has_capital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-  return (text.starts_with("mt") || text.starts_with("sp")) && text.size() > 2 && text.size() <= 256 && !has_capital;
-}
-
-bool is_build_type(std::string_view value) {
-  return value == "user" || value == "userdebug" || value == "eng" || value == "user_root";
-}
-
-bool is_model(std::string_view value) {
-  return value.starts_with("MDF1") && value.size() <= 4 + kMaxPropertyLen;
+  return text.starts_with("mt") || text.starts_with("sp");
 }
 
 // A time such as "240429-153012", written in full.
@@ -48,72 +39,81 @@ bool is_time(std::string_view text) {
          ::strftime(written, sizeof written, kFormat, &time) > 0 && text == written;
 }
 
-template <size_t max_len>
-bool is_at_most(std::string_view value) {
-  return value.size() <= max_len;
-}
+struct Alphabet {
+  bool (*has)(char c);
+  const char* others;  // what a character outside it is
+};
 
 struct Rule {
   std::string_view name;
-  bool may_have_breaks;  // as a Unisoc phone may report them
-  bool (*holds)(std::string_view value);
-  const char* expected;
+  size_t min_len;
+  size_t max_len;
+  const Alphabet& alphabet;
+  bool (*has_form)(std::string_view value) = nullptr;
+  const char* form = "";
 };
 
-constexpr const char* kChipIdForm = R"("mt" or "sp" and 1 to 254 characters more, none of them a capital letter)";
-constexpr Rule kChallengeRule = {"the challenge", false, is_challenge, "1 to 250 characters of 0-9 and A-F"};
-constexpr Rule kChipIdRule = {"the chip id", true, is_chip_id, kChipIdForm};
+constexpr size_t kMaxPropertyLen = 91;
+constexpr size_t kMaxChipIdLen = 256;
+constexpr const char* kChipIdForm = R"(must begin with "mt" or "sp")";
 
-// What holds of a value on every phone, beyond not being empty. A phone's library takes one value of a key to be signed
-// and may compare another with the phone when the first is longer than any phone's.
+// What holds of a text on every phone. A phone's library takes one value of a key to be signed and may compare another
+// with the phone when the first is longer than any phone's.
 // clang-format off
+constexpr Alphabet kHex = {[](char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }, "not one of 0-9 and A-F"};
+constexpr Alphabet kPlain = {is_printable, "not printable ASCII"};
+constexpr Alphabet kBreaks = {is_printable_or_break, "neither printable ASCII nor a line break"};
+constexpr Alphabet kNoCapitals = {[](char c) { return is_printable_or_break(c) && (c < 'A' || c > 'Z'); }, "a capital letter or not printable ASCII"};
+
+constexpr Rule kChallengeRule = {"the challenge", 1, KELCHK_CHALLENGE_MAX, kHex};
+constexpr Rule kChipIdRule = {"the chip id", 3, kMaxChipIdLen, kNoCapitals, is_chip_id, kChipIdForm};
 constexpr Rule kFieldRules[] = {
-    {"buildTime", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"buildType", false, is_build_type, "user, userdebug, eng or user_root"},
-    {"countrySha", false, [](std::string_view value) { return value.size() == 64 && is_upper_hex(value); }, "64 characters of 0-9 and A-F"},
-    {"cpuID", true, is_chip_id, kChipIdForm},
-    {"deviceBrand", false, is_at_most<kMaxPropertyLen>, "at most 91 characters"},
-    {"deviceModel", false, is_model, R"("MDF1" and at most 91 characters more)"},
-    {"featureCode", false, is_at_most<KELCHK_FEATURE_CODE_MAX>, "at most 127 characters"},
-    {"imei", true, is_at_most<255>, "at most 255 characters"},
-    {"phoneMac", true, is_at_most<127>, "at most 127 characters"},
-    {"psn", false, [](std::string_view value) { return value.size() == 16; }, "16 characters"},
-    {"time", false, is_time, "a time such as 240429-153012"},
-    {"ver", false, [](std::string_view value) { return value == "01"; }, "01"},
+    {"buildTime", 1, kMaxPropertyLen, kPlain},
+    {"buildType", 1, kMaxPropertyLen, kPlain, [](std::string_view value) { return value == "user" || value == "userdebug" || value == "eng" || value == "user_root"; }, "must be user, userdebug, eng or user_root"},
+    {"countrySha", 64, 64, kHex},
+    {"cpuID", 3, kMaxChipIdLen, kNoCapitals, is_chip_id, kChipIdForm},
+    {"deviceBrand", 1, kMaxPropertyLen, kPlain},
+    {"deviceModel", 4, 4 + kMaxPropertyLen, kPlain, [](std::string_view value) { return value.starts_with("MDF1"); }, "must begin with MDF1"},
+    {"featureCode", 1, KELCHK_FEATURE_CODE_MAX, kPlain},
+    {"imei", 1, 255, kBreaks},
+    {"phoneMac", 1, 127, kBreaks},
+    {"psn", 16, 16, kPlain},
+    {"time", 13, 13, kPlain, is_time, "must be a time such as 240429-153012"},
+    {"ver", 2, 2, kPlain, [](std::string_view value) { return value == "01"; }, "must be 01"},
 };
 // clang-format on
 static_assert(std::equal(std::begin(kFieldRules), std::end(kFieldRules), std::begin(kRecordKeys), std::end(kRecordKeys),
                          [](const Rule& rule, const char* key) { return rule.name == key; }));
-static_assert(KELCHK_CHALLENGE_MAX == 250 && KELCHK_FEATURE_CODE_MAX == 127);  // as the texts say
 
 std::string value_objection(const Rule& rule, std::string_view value) {
-  const std::string name(rule.name);
-  if (value.empty()) return name + " has no characters";
-  if (!rule.holds(value)) return name + " must be " + rule.expected;
-  for (size_t i = 0; i < value.size(); ++i) {
-    const bool is_break = value[i] == '\n' || value[i] == '\r';
-    if ((value[i] >= 0x20 && value[i] < 0x7F) || (is_break && rule.may_have_breaks)) continue;
-    return name + " has a byte at position " + std::to_string(i + 1) + " that is not printable ASCII";
+  const auto& [name, min_len, max_len, alphabet, has_form, form] = rule;
+  if (value.size() < min_len || value.size() > max_len) {
+    const std::string range = min_len < max_len ? fmt::format("{} to {}", min_len, max_len) : std::to_string(max_len);
+    return fmt::format("{} has {} characters; {} were expected", name, value.size(), range);
   }
-  return "";
+  const auto* const other = std::find_if_not(value.begin(), value.end(), alphabet.has);
+  if (other != value.end()) {
+    return fmt::format("character {} of {} is {}", other - value.begin() + 1, name, alphabet.others);
+  }
+  return has_form == nullptr || has_form(value) ? "" : fmt::format("{} {}", name, form);
 }
 
 // An "&" inside a value makes one field more.
 std::string record_objection(std::string_view text) {
   const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '&')) + 1;
   if (count != std::size(kFieldRules)) {
-    return "the record has " + std::to_string(count) + " fields separated by \"&\"; " +
-           std::to_string(std::size(kFieldRules)) + " were expected";
+    return fmt::format(R"(the record has {} fields separated by "&"; {} were expected)", count, std::size(kFieldRules));
   }
+  std::string objection;
   for (const Rule& rule : kFieldRules) {
     const std::string_view field = text.substr(0, text.find('&'));
-    const std::string key = std::string(rule.name) + "=";
-    if (!field.starts_with(key)) return "the record has no " + key + " where it was expected";
-    const std::string objection = value_objection(rule, field.substr(key.size()));
-    if (!objection.empty()) return objection;
+    const std::string key = fmt::format("{}=", rule.name);
+    if (!field.starts_with(key)) return fmt::format("the record has no {} where it was expected", key);
+    objection = value_objection(rule, field.substr(key.size()));
+    if (!objection.empty()) break;
     text.remove_prefix(std::min(field.size() + 1, text.size()));
   }
-  return "";
+  return objection;
 }
 
 }  // namespace
@@ -125,7 +125,6 @@ std::string value_of(std::string_view record, const char* key, size_t capacity) 
 }
 
 std::string objection(TextKind kind, std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return "the text has a NUL inside, where a phone takes it to end";
   if (kind == TextKind::kRecord) return record_objection(text);
   return value_objection(kind == TextKind::kChallenge ? kChallengeRule : kChipIdRule, text);
 }
@@ -135,9 +134,8 @@ std::string canonical_content(std::string_view record) {
   const kelchk::ContentVerdict verdict = kelchk::write_canonical_content(record, content);
   if (verdict.complete) return content;
   if (verdict.missing_key != nullptr)
-    throw Refusal(verdict.missing_key + std::string(" is missing, empty or too long"));
-  throw Refusal("the twelve values have more than the " + std::to_string(KELCHK_CANONICAL_CONTENT_MAX) +
-                " characters together that are accepted");
+    throw Refusal(fmt::format("{} is missing, empty or too long", verdict.missing_key));
+  throw Refusal(fmt::format("the twelve values have more than {} characters together", KELCHK_CANONICAL_CONTENT_MAX));
 }
 
 std::string message_to_sign(TextKind kind, std::string_view text) {

@@ -60,9 +60,7 @@ std::string lines_of(const Fields& fields) {
 
 Findings examine_file(const std::string& path, const Question& question) {
   Findings file;
-  std::error_code ignored;
   try {
-    if (std::filesystem::is_fifo(path, ignored)) throw common::Error(path + ": is a FIFO; \"-\" reads standard input");
     file = examine(common::read_file(path, kMaxFileLen), question);
   } catch (const common::Error& error) {
     file.add("file", State::kUnreadable, error.what());

@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -27,9 +26,13 @@ for a verdict; 4 a session failed or timed out: nothing is known to be wrong wit
 // In the folder of each simulated phone.
 constexpr char kPhoneMarker[] = ".kelchk-simulated-phone";
 
+// Such as a shell variable that is not set.
+std::string check_not_empty(const std::string& value) {
+  return value.empty() ? "a value was expected" : "";
+}
+
 std::string check_feature_code(const std::string& code) {
-  const bool is_usable = !code.empty() && code.size() <= KELCHK_FEATURE_CODE_MAX &&
-                         code.find('&') == std::string::npos &&
+  const bool is_usable = code.size() <= KELCHK_FEATURE_CODE_MAX && code.find('&') == std::string::npos &&
                          std::all_of(code.begin(), code.end(), [](char c) { return c >= ' ' && c <= '~'; });
   if (is_usable) return "";
   return fmt::format("1 to {} printable ASCII characters without \"&\" were expected", KELCHK_FEATURE_CODE_MAX);
@@ -48,7 +51,7 @@ void require_readable(const std::string& path) {
 class CommandLine {
  public:
   CommandLine() {
-    app_.require_subcommand(1);
+    app_.require_subcommand(0, 1);  // with at least one required, a misspelled one would not be named
     for (CLI::App* const app : {&app_, &provision_, &explain_}) app->footer(kFooter);
     add_provision();
     add_explain();
@@ -57,15 +60,14 @@ class CommandLine {
   int run(int argc, char** argv) {
     try {
       app_.parse(argc, argv);
-    } catch (const CLI::Success& asked_for_help) {
-      std::ostringstream help;
-      app_.exit(asked_for_help, help, help);
-      common::print(help.str());
+    } catch (const CLI::CallForHelp&) {
+      common::print(app_.help());
       return common::kYes;
     } catch (const CLI::ParseError& error) {
       throw common::Error(fmt::format("{} (\"kelctl --help\" shows the usage)", error.what()));
     }
     if (provision_.parsed()) return run_provision();
+    if (!explain_.parsed()) throw common::Error("a command was expected (\"kelctl --help\" shows the usage)");
     if (!root_.empty()) question_.root = load_certificate(root_);
     return kelctl::explain(files_, question_, explains_as_json_);
   }
@@ -75,15 +77,14 @@ class CommandLine {
   template <typename Value>
   static CLI::Option* add(CLI::App& command, const char* name, Value& value, const char* type,
                           const std::string& description) {
-    return command.add_option(name, value, description)->type_name(type);
+    return command.add_option(name, value, description)->type_name(type)->check(check_not_empty);
   }
 
   void add_provision() {
     CLI::App& phone = *provision_.add_option_group("phone", "One of:");
     add(phone, "--phone-command", phone_command_, "CMD",
         "Starts the phone's session, such as \"adb shell kelphone line\"");
-    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"")
-        ->check(CLI::ExistingDirectory);
+    add(phone, "--phone", phone_, "DIR", "The simulated phone DIR, made by \"phone make\"");
     phone.require_option(1);
     CLI::App& signer = *provision_.add_option_group("signer", "One of:");
     add(signer, "--signer-command", signer_command_, "CMD",

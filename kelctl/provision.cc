@@ -29,47 +29,6 @@ using common::TextKind;
 // 256 random bits.
 constexpr size_t kChallengeLen = 64;
 
-// Shows what |errors| brings until it ends, escaped and under |name|.
-[[noreturn]] void relay(int errors, const std::string& name) {
-  common::LineBuffer lines;
-  std::string line;
-  char bytes[4096];
-  for (ssize_t count = 1; count > 0;) {
-    count = ::read(errors, bytes, sizeof bytes);
-    if (count > 0) lines.add({bytes, static_cast<size_t>(count)});
-    if (count <= 0 && !lines.unfinished().empty()) lines.add("\n");
-    while (lines.take(line)) {
-      std::fputs((name + ": " + escape(line) + "\n").c_str(), stderr);
-    }
-  }
-  ::_exit(0);
-}
-
-// What a session writes to standard error is as untrusted as its answers: a process of its own escapes it, for the
-// session that is started while this object lives.
-class RelayedErrors {
- public:
-  explicit RelayedErrors(const std::string& name) : own_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) common::throw_errno(name, "no pipe");
-    const common::Fd reading(ends[0]);
-    common::Fd writing(ends[1]);
-    const pid_t child = ::fork();
-    if (child < 0) common::throw_errno(name, "no process");
-    if (child == 0) {
-      writing = common::Fd();
-      relay(reading.get(), name);
-    }
-    ::dup2(writing.get(), STDERR_FILENO);
-  }
-  RelayedErrors(const RelayedErrors&) = delete;
-  RelayedErrors& operator=(const RelayedErrors&) = delete;
-  ~RelayedErrors() { ::dup2(own_.get(), STDERR_FILENO); }
-
- private:
-  common::Fd own_;
-};
-
 // The phone's session or the signer's: one request and one answer a line.
 struct Session {
   std::string name;  // as messages call it
@@ -78,7 +37,6 @@ struct Session {
 };
 
 Session start(const std::string& name, const std::vector<std::string>& command, std::chrono::seconds timeout) {
-  const RelayedErrors scope(name);
   return {name, timeout, common::Process(name, command)};
 }
 
@@ -143,10 +101,6 @@ std::string ask_signature(Session& signer, TextKind kind, const std::string& tex
 void log_in(Pass& pass, Session& phone, Session& signer) {
   pass.step = "challenge";
   const std::string challenge = ask(phone, "challenge", std::to_string(kChallengeLen));
-  if (challenge.size() != kChallengeLen) {
-    throw Declined("the challenge is not what was asked for",
-                   {fmt::format("it has {} characters; {} were expected", challenge.size(), kChallengeLen)});
-  }
   show(pass, fmt::format("The phone issues a challenge of {} characters.", challenge.size()));
   pass.step = "challenge signature";
   const std::string response = ask_signature(signer, TextKind::kChallenge, challenge);

@@ -92,14 +92,14 @@ class KelsignTest(Case):
         rows = [("challenge", "", "1 to 250"), ("challenge", "A" * 251, "1 to 250"),
                 ("challenge", "0aF", "0-9 and A-F"), ("record", CONTENT, "1 fields"), ("record", "", "1 fields"),
                 ("chip-id", "mt", "chip id"), ("chip-id", "0AF9", "chip id"), ("chip-id", "mtAB", "capital"),
-                ("chip-id", "sp" + "1" * 255, "chip id"), ("chip-id", "mt0\0", "NUL"), ("chip-id", "mt0\x1b", "ASCII")]
+                ("chip-id", "sp" + "1" * 255, "chip id"), ("chip-id", "mt0\0", "character 4"), ("chip-id", "mt0\x1b", "ASCII")]
         for old, new, reason in [
                 ("&ver=01", "", "11 fields"), ("user", "us&er", "13 fields"), ("psn=", "ver=01&psn=", "13 fields"),
                 ("imei=", "imei2=", "no imei="), ("buildTime", "buildDate", "no buildTime"), ("Aldan", "A" * 92, "Brand"),
                 ("Aldan", "", "Brand"), ("mt01", "xx01", "cpuID"), ("KX67000", "KX6700", "psn"), ("0A0", "0A", "Sha"),
                 ("0A0", "0a0", "countrySha"), ("-153012", "-15301", "time"), ("ver=01", "ver=02", "ver"),
                 ("=user", "=users", "buildType"), ("MDF1", "MDF", "Model"), ("0429-", "1329-", "time"),
-                ("Aldan", "Al\x9b31m", "deviceBrand"), ("F01A", "F\r1", "position 2"), ("20240429V3", "2\n", "buildTime"),
+                ("Aldan", "Al\x9b31m", "deviceBrand"), ("F01A", "F\r1", "character 2"), ("20240429V3", "2\n", "buildTime"),
                 ("KX6700000", "KX67\n0000", "psn"), ("000AF5", "0\x7f", "phoneMac")]:
             rows.append(("record", RECORD.replace(old, new, 1), reason))
         for key, longest in [("buildTime", "2" * 91), ("cpuID", "sp" + "\n" * 254), ("deviceModel", "MDF1" + "K" * 91),

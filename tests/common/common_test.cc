@@ -114,6 +114,17 @@ TEST_F(CommonTest, ReadsWithinALimit) {
   EXPECT_THAT(message_of<Error>([&] { read_file(folder_, 1); }), HasSubstr("Is a directory"));
 }
 
+TEST_F(CommonTest, WaitsForAFifoWithinALimit) {
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  EXPECT_THAT(message_of<Error>([&] { read_file(path("fifo"), 1, 1s); }), HasSubstr("does not end within 1 seconds"));
+  std::thread writer([&] {
+    std::this_thread::sleep_for(50ms);  // after the reader
+    std::ofstream(path("fifo")) << "content";
+  });
+  EXPECT_EQ(read_file(path("fifo"), 1000), "content");
+  writer.join();
+}
+
 TEST_F(CommonTest, WritesOnlyNewFilesWithTheirMode) {
   for (const mode_t mask : {0U, 0777U}) {
     const mode_t before = ::umask(mask);
@@ -177,6 +188,23 @@ TEST(ProcessTest, WaitsAndReadsWithinLimits) {
   }
   const std::string much(1 << 20, 'x');  // more than a pipe holds
   EXPECT_THAT(message_of<SessionError>([&] { Process("it", {"sleep", "60"}).ask(much, 1s); }), HasSubstr("within 1"));
+}
+
+TEST(ProcessTest, ShowsStandardErrorEscapedAndWithinALimit) {
+  const struct {
+    const char *command, *first, *last;
+  } rows[] = {
+      {"read a; echo $a; read a; printf 'late\\033\\n cut' >&2", "it: late\\x1B\n", "\nit:  cut\n"},
+      {"head -c 9000000 /dev/zero >&2; read a; echo $a", R"(it: \x00\x00)", "\nit: further messages are dropped\n"},
+      {"setsid yes >&2 & sleep 0.3; read a; echo $a", "it: y\nit: y\n", "\n"},  // leaves the group
+  };
+  for (const auto& row : rows) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Process("it", {"sh", "-c", row.command}).ask("x", 5s), "x");
+    const std::string shown = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(shown.starts_with(row.first) && shown.ends_with(row.last)) << row.command << shown.substr(0, 99);
+    EXPECT_LT(shown.size(), size_t{8} << 20);
+  }
 }
 
 // Answers with the id of a child of the shell; neither ends by itself or by a signal that can be ignored.
