@@ -24,6 +24,8 @@ class Process {
   Process& operator=(const Process&) = delete;
   ~Process();  // ends the group: by the end of its input, after a grace period by SIGTERM, then SIGKILL
 
+  [[nodiscard]] const std::string& name() const { return name_; }
+
   // Sends |line| and returns the next line of at most kMaxLineLen bytes, without its line break. Throws SessionError,
   // naming the program and the limit, when it takes longer than |timeout|, ends, or answers with a longer line.
   std::string ask(std::string_view line, std::chrono::seconds timeout);

@@ -89,7 +89,7 @@ std::string value_objection(const Rule& rule, std::string_view value) {
   const auto& [name, min_len, max_len, alphabet, has_form, form] = rule;
   if (value.size() < min_len || value.size() > max_len) {
     const std::string range = min_len < max_len ? fmt::format("{} to {}", min_len, max_len) : std::to_string(max_len);
-    return fmt::format("{} has {} characters; {} were expected", name, value.size(), range);
+    return fmt::format("{} has {} characters, not {}", name, value.size(), range);
   }
   const auto* const other = std::find_if_not(value.begin(), value.end(), alphabet.has);
   if (other != value.end()) {
@@ -102,7 +102,7 @@ std::string value_objection(const Rule& rule, std::string_view value) {
 std::string record_objection(std::string_view text) {
   const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '&')) + 1;
   if (count != std::size(kFieldRules)) {
-    return fmt::format(R"(the record has {} fields separated by "&"; {} were expected)", count, std::size(kFieldRules));
+    return fmt::format(R"(the record has {} fields separated by "&", not {})", count, std::size(kFieldRules));
   }
   std::string objection;
   for (const Rule& rule : kFieldRules) {
