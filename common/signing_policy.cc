@@ -85,35 +85,32 @@ constexpr Rule kFieldRules[] = {
 static_assert(std::equal(std::begin(kFieldRules), std::end(kFieldRules), std::begin(kRecordKeys), std::end(kRecordKeys),
                          [](const Rule& rule, const char* key) { return rule.name == key; }));
 
-std::string value_objection(const Rule& rule, std::string_view value) {
+void check_value(const Rule& rule, std::string_view value) {
   const auto& [name, min_len, max_len, alphabet, has_form, form] = rule;
   if (value.size() < min_len || value.size() > max_len) {
     const std::string range = min_len < max_len ? fmt::format("{} to {}", min_len, max_len) : std::to_string(max_len);
-    return fmt::format("{} has {} characters, not {}", name, value.size(), range);
+    throw Refusal(fmt::format("{} has {} characters, not {}", name, value.size(), range));
   }
   const auto* const other = std::find_if_not(value.begin(), value.end(), alphabet.has);
   if (other != value.end()) {
-    return fmt::format("character {} of {} is {}", other - value.begin() + 1, name, alphabet.others);
+    throw Refusal(fmt::format("character {} of {} is {}", other - value.begin() + 1, name, alphabet.others));
   }
-  return has_form == nullptr || has_form(value) ? "" : fmt::format("{} {}", name, form);
+  if (has_form != nullptr && !has_form(value)) throw Refusal(fmt::format("{} {}", name, form));
 }
 
 // An "&" inside a value makes one field more.
-std::string record_objection(std::string_view text) {
+void check_record(std::string_view text) {
   const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '&')) + 1;
   if (count != std::size(kFieldRules)) {
-    return fmt::format(R"(the record has {} fields separated by "&", not {})", count, std::size(kFieldRules));
+    throw Refusal(fmt::format(R"(the record has {} fields separated by "&", not {})", count, std::size(kFieldRules)));
   }
-  std::string objection;
   for (const Rule& rule : kFieldRules) {
     const std::string_view field = text.substr(0, text.find('&'));
     const std::string key = fmt::format("{}=", rule.name);
-    if (!field.starts_with(key)) return fmt::format("the record has no {} where it was expected", key);
-    objection = value_objection(rule, field.substr(key.size()));
-    if (!objection.empty()) break;
+    if (!field.starts_with(key)) throw Refusal(fmt::format("the record has no {} where it was expected", key));
+    check_value(rule, field.substr(key.size()));
     text.remove_prefix(std::min(field.size() + 1, text.size()));
   }
-  return objection;
 }
 
 }  // namespace
@@ -122,11 +119,6 @@ std::string value_of(std::string_view record, const char* key, size_t capacity) 
   std::string value(capacity, '\0');
   value.resize(kelchk::get_value_by_key(record, key, value.data(), capacity));
   return value;
-}
-
-std::string objection(TextKind kind, std::string_view text) {
-  if (kind == TextKind::kRecord) return record_objection(text);
-  return value_objection(kind == TextKind::kChallenge ? kChallengeRule : kChipIdRule, text);
 }
 
 std::string canonical_content(std::string_view record) {
@@ -139,9 +131,12 @@ std::string canonical_content(std::string_view record) {
 }
 
 std::string message_to_sign(TextKind kind, std::string_view text) {
-  const std::string found = objection(kind, text);
-  if (!found.empty()) throw Refusal(found);
-  return kind == TextKind::kRecord ? canonical_content(text) : std::string(text);
+  if (kind != TextKind::kRecord) {
+    check_value(kind == TextKind::kChallenge ? kChallengeRule : kChipIdRule, text);
+    return std::string(text);
+  }
+  check_record(text);
+  return canonical_content(text);
 }
 
 }  // namespace common

@@ -9,8 +9,9 @@ namespace common {
 
 enum class TextKind { kChallenge, kRecord, kChipId };
 
-// Why |text| must not be signed; empty when it may. Of a record, |text| is the whole: twelve keys with their values.
-std::string objection(TextKind kind, std::string_view text);
+// What is signed of |text|: the canonical content of a record, which is its twelve keys with their values and nothing
+// more; anything else as it is. Throws Refusal over what must not be signed.
+std::string message_to_sign(TextKind kind, std::string_view text);
 
 // The value that a phone's library takes of |key|, shorter than |capacity|; empty when there is none.
 std::string value_of(std::string_view record, const char* key, size_t capacity = 2048);
@@ -18,9 +19,5 @@ std::string value_of(std::string_view record, const char* key, size_t capacity =
 // The signed content of a record: its twelve values, run together as the phone's library does it. Throws Refusal when a
 // value is missing or the content too long.
 std::string canonical_content(std::string_view record);
-
-// What is signed of |text|: a record's canonical content, anything else as it is. Throws Refusal with the objection
-// when there is one.
-std::string message_to_sign(TextKind kind, std::string_view text);
 
 }  // namespace common

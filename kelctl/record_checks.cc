@@ -141,12 +141,7 @@ bool is_compared(std::string_view key, std::string_view record) {
 }
 
 // Why a phone does not take the twelve values in a signed file; empty when it does.
-std::string stored_record_fault(std::string_view text, Findings& findings) {
-  try {
-    findings.content = common::canonical_content(text);
-  } catch (const common::Refusal& refusal) {
-    return refusal.what();
-  }
+std::string stored_record_fault(std::string_view text) {
   for (const char* const key : kRecordKeys) {
     if (!is_compared(key, text) || !common::value_of(text, key, kComparedCap).empty()) continue;
     return fmt::format("{} is too long to be compared with a phone's", key);
@@ -156,13 +151,18 @@ std::string stored_record_fault(std::string_view text, Findings& findings) {
 
 // A signer's policy warns of what a phone has accepted, and decides over what is not signed yet.
 void examine_values(std::string_view text, bool is_signed, Findings& findings) {
-  std::string fault = stored_record_fault(text, findings);
-  const std::string_view record = text.substr(0, text.find("&factoryCert="));
-  const std::string objection = common::objection(common::TextKind::kRecord, record);
-  if (!is_signed && fault.empty()) fault = objection;
-  findings.judge("record", fault, is_signed ? "it has its twelve values" : "a signer may sign it");
-  if (!is_signed || objection.empty()) return;
-  findings.add("policy", State::kWarns, "a signer would not sign this record: " + objection);
+  try {
+    findings.content = common::canonical_content(text);
+    if (is_signed) findings.judge("record", stored_record_fault(text), "it has its twelve values");
+    common::message_to_sign(common::TextKind::kRecord, text.substr(0, text.find("&factoryCert=")));
+    if (!is_signed) findings.add("record", State::kHolds, "a signer may sign it");
+  } catch (const common::Refusal& refusal) {
+    const bool is_warning = is_signed && findings.content;
+    if (is_warning)
+      return findings.add("policy", State::kWarns,
+                          fmt::format("a signer would not sign this record: {}", refusal.what()));
+    findings.add("record", State::kFails, refusal.what());
+  }
 }
 
 }  // namespace
