@@ -34,10 +34,7 @@ struct Pipe {
 struct Pipes {
   Pipe in, out, errors;
   Pipe alive;  // ends with this process
-  Pipe start;  // ends without a word once the command runs
 };
-
-// Between fork and exec only what is safe there is called.
 
 [[noreturn]] void become_command(char* const* arguments, const Pipes& pipes) {
   static_cast<void>(::signal(SIGPIPE, SIG_DFL));
@@ -45,8 +42,7 @@ struct Pipes {
   ::dup2(pipes.out.writing.get(), STDOUT_FILENO);
   ::dup2(pipes.errors.writing.get(), STDERR_FILENO);
   ::execvp(arguments[0], arguments);
-  const int error = errno;
-  static_cast<void>(::write(pipes.start.writing.get(), &error, sizeof error) < 0);
+  ::dprintf(STDERR_FILENO, "%s cannot be started: %s\n", arguments[0], std::strerror(errno));
   ::_exit(127);
 }
 
@@ -95,11 +91,6 @@ Process::Process(std::string name, std::vector<std::string> command) : name_(std
   errors_ = std::move(pipes.errors.reading);
   alive_ = std::move(pipes.alive.writing);
   for (const Fd* fd : {&in_, &errors_}) ::fcntl(fd->get(), F_SETFL, O_NONBLOCK);
-
-  pipes.start.writing = Fd();
-  int error = 0;
-  if (::read(pipes.start.reading.get(), &error, sizeof error) <= 0) return;
-  throw SessionError(fmt::format("{}: {} cannot be started: {}", name_, command.front(), std::strerror(error)));
 }
 
 Process::~Process() {

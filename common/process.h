@@ -16,9 +16,9 @@ namespace common {
 class Process {
  public:
   // Starts |command|, looked for in PATH unless it holds a "/", in a process group of its own, which ends when this
-  // object or this process does, however that ends. What it writes to standard error is shown, escaped and after
-  // |name|, while ask() waits and when this object ends; of more than 1 MiB the rest is dropped. Throws SessionError
-  // when it cannot start. From then on this process ignores SIGPIPE.
+  // object or this process does, however that ends. What it writes to standard error, also why it cannot start, is
+  // shown after |name| and escaped, while ask() waits and when this object ends; of more than 1 MiB the rest is
+  // dropped. Throws SessionError when there is no process or pipe. From then on this process ignores SIGPIPE.
   Process(std::string name, std::vector<std::string> command);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;

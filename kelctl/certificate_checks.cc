@@ -127,16 +127,15 @@ void check_chain(X509* root, X509* signer, Findings& findings) {
   if (verdict.missing != kelchk::MissingPart::kNone) {
     return findings.add(kName, State::kOpen, "not checked: out of memory");
   }
-  const bool is_waived = verdict.error != X509_V_OK;
-  const char* const error = X509_verify_cert_error_string(verdict.error);
-  if (verdict.holds) {
-    const std::string waived = is_waived ? fmt::format("; a phone does not mind: {}", error) : "";
-    return findings.add(kName, State::kHolds, "the root issued the certificate" + waived);
+  const int error = verdict.runs == 2 && !verdict.holds ? verdict.second_error : verdict.error;
+  const char* const words = X509_verify_cert_error_string(error);
+  if (!verdict.holds) {
+    const std::string issuer = name_text(X509_get_subject_name(root));
+    return findings.add(kName, State::kFails,
+                        fmt::format(R"(the root "{}" did not issue the certificate: {})", issuer, words));
   }
-  const char* const second_error = X509_verify_cert_error_string(verdict.second_error);
-  findings.add(kName, State::kFails,
-               fmt::format(R"(the root "{}" did not issue the certificate: {})", name_text(X509_get_subject_name(root)),
-                           verdict.runs == 2 ? second_error : error));
+  const std::string waived = error != X509_V_OK ? fmt::format("; a phone does not mind: {}", words) : "";
+  findings.add(kName, State::kHolds, "the root issued the certificate" + waived);
 }
 
 bool check_certificates(std::string_view bytes, const Question& question, Findings& findings) {
