@@ -86,6 +86,6 @@ std::vector<bssl::UniquePtr<X509>> find_certificates(std::string_view bytes);
 bssl::UniquePtr<X509> load_certificate(const std::string& path);
 
 // Why |answer| is not exactly a signer record whose signature covers |message|; empty when it is.
-std::string answer_fault(std::string_view answer, std::string_view message);
+std::string answer_fault(std::string_view answer, const std::string& message);
 
 }  // namespace kelctl

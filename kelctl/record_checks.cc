@@ -17,15 +17,6 @@ namespace {
 
 using kelchk::kRecordKeys;
 
-// "factoryCert=...&sign=...", read as a phone's library reads it.
-struct SignerRecord {
-  std::string certificate_text;       // base64, empty when there is none
-  bssl::UniquePtr<X509> certificate;  // null when it cannot be read; one of a length that no phone takes is read too
-  std::string certificate_fault;      // empty when a phone takes it
-  std::string signature;              // the bytes
-  std::string signature_fault;        // empty when a phone takes it
-};
-
 // A phone compares shorter values only.
 constexpr size_t kComparedCap = 1024;
 
@@ -79,14 +70,15 @@ std::string decode_base64(std::string_view text) {
   return bytes;
 }
 
-std::string certificate_fault(const SignerRecord& record) {
-  const size_t len = record.certificate_text.size();
+// Why a phone does not take factoryCert; empty when it does. |certificate| is null when it cannot be read.
+std::string certificate_fault(std::string_view encoded, const X509* certificate) {
+  const size_t len = encoded.size();
   if (len < KELCHK_CERTIFICATE_TEXT_MIN) {
     return fmt::format("factoryCert {}; a phone takes {} to {} characters",
                        len == 0 ? "is missing, empty or too long" : fmt::format("has {} characters", len),
                        KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX);
   }
-  if (record.certificate != nullptr) return "";
+  if (certificate != nullptr) return "";
   return fmt::format("the {} characters of factoryCert are not a certificate in DER, in base64 on one line", len);
 }
 
@@ -98,41 +90,29 @@ std::string signature_fault(std::string_view encoded, std::string_view signature
                      encoded.size(), signature.empty() ? "not base64" : fmt::format("{}", signature.size()));
 }
 
-SignerRecord read_signer_record(std::string_view text) {
-  SignerRecord record;
-  record.certificate_text = common::value_of(text, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1);
-  const std::string der = decode_base64(record.certificate_text);
-  const unsigned char* bytes = bytes_of(der);
-  record.certificate.reset(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
-  record.certificate_fault = certificate_fault(record);
-
-  const std::string encoded = common::value_of(text, "sign");
-  record.signature = decode_base64(encoded);
-  record.signature_fault = signature_fault(encoded, record.signature);
-  return record;
-}
-
-// Whether the signature was made over |message| with the certificate's key. Both must be free of faults.
-bool is_signed(const SignerRecord& record, std::string_view message) {
-  return kelchk::check_signature(record.certificate.get(), message,
-                                 {bytes_of(record.signature), record.signature.size()})
-      .holds;
-}
-
-// Certificate, chain and signature.
+// "factoryCert=...&sign=...", read as a phone's library reads it: certificate, chain and signature over |message|.
 void examine_signer(std::string_view text, const std::optional<std::string>& message, X509* root, Findings& findings) {
-  const SignerRecord record = read_signer_record(text);
-  findings.judge("certificate", record.certificate_fault,
-                 fmt::format("factoryCert has {} characters", record.certificate_text.size()));
-  check_chain(root, record.certificate.get(), findings);
+  const std::string encoded_certificate = common::value_of(text, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1);
+  const std::string der = decode_base64(encoded_certificate);
+  const unsigned char* bytes = bytes_of(der);
+  const bssl::UniquePtr<X509> certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
+  findings.judge("certificate", certificate_fault(encoded_certificate, certificate.get()),
+                 fmt::format("factoryCert has {} characters", encoded_certificate.size()));
+  check_chain(root, certificate.get(), findings);
 
   constexpr const char* kName = "signature";
-  if (!record.signature_fault.empty()) return findings.add(kName, State::kFails, record.signature_fault);
-  if (record.certificate == nullptr || !message) {
+  const std::string encoded = common::value_of(text, "sign");
+  const std::string signature = decode_base64(encoded);
+  const std::string fault = signature_fault(encoded, signature);
+  if (!fault.empty()) return findings.add(kName, State::kFails, fault);
+  if (certificate == nullptr || !message) {
     return findings.add(kName, State::kOpen, "not checked: it takes a certificate, and --message or --chip-id");
   }
-  const std::string words = fmt::format("made over {} characters with the certificate's key", message->size());
-  findings.judge(kName, is_signed(record, *message) ? "" : "it was not " + words, "it was " + words);
+  const bool holds =
+      kelchk::check_signature(certificate.get(), *message, {bytes_of(signature), signature.size()}).holds;
+  findings.add(kName, holds ? State::kHolds : State::kFails,
+               fmt::format("the signature {} to the certificate and these {} characters",
+                           holds ? "belongs" : "does not belong", message->size()));
 }
 
 bool is_compared(std::string_view key, std::string_view record) {
@@ -197,13 +177,15 @@ void check_record(std::string_view text, const Question& question, Findings& fin
   examine_signer(text, question.message ? question.message : findings.content, question.root.get(), findings);
 }
 
-std::string answer_fault(std::string_view answer, std::string_view message) {
-  const SignerRecord record = read_signer_record(answer);
-  if (!record.certificate_fault.empty()) return record.certificate_fault;
-  if (!record.signature_fault.empty()) return record.signature_fault;
-  if (!is_signed(record, message)) return "the signature does not belong to the certificate";
+std::string answer_fault(std::string_view answer, const std::string& message) {
+  Findings findings;
+  examine_signer(answer, message, nullptr, findings);
+  for (const Check& check : findings.checks) {
+    if (check.state == State::kFails) return check.words;
+  }
   const std::string expected =
-      fmt::format("factoryCert={}&sign={}", record.certificate_text, common::value_of(answer, "sign"));
+      fmt::format("factoryCert={}&sign={}", common::value_of(answer, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1),
+                  common::value_of(answer, "sign"));
   return answer == expected ? "" : "it holds more than factoryCert and sign";
 }
 

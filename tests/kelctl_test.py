@@ -286,19 +286,19 @@ class KelctlTest(unittest.TestCase):
 
         by_id, by_root = [*root, "--chip-id", chip_id], root
         rows = [  # text, options, exit code, words
-            (good, by_id, 0, "holds signature   it was made over 34 characters"),
+            (good, by_id, 0, "holds signature   the signature belongs to the certificate and these 34 characters"),
             (good + "&", by_id, 0, ""), (good + "\0\n", by_id, 0, ""), (good + "&x=" + "y" * 4096, by_id, 0, "longer"),
             (good + "\n", by_id, 1, "sign ends in a line break"), ("", by_id, 1, "no known record"),
             ("x=" + "y" * 2500 + "&" + good, by_id, 1, "length"), ("sign=&" + good, by_id, 1, "sign appears 2 times"),
             (bad + "&" + good, by_id, 1, "not a certificate in DER"), (good, root, 3, "--message or --chip-id"),
-            (good, by_id[2:], 3, "name the root"), (good, [*root, "--message", "mt02"], 1, "it was not made over"),
+            (good, by_id[2:], 3, "name the root"), (good, [*root, "--message", "mt02"], 1, "does not belong"),
             (f"factoryCert={parts['factoryCert'][:1023]}&sign={parts['sign']}", by_id, 1, "has 1023 characters"),
             (good[:600], by_id, 1, "the file is cut: it ends in factoryCert, after 588"),
             (good[:-100], by_id, 1, "the file is cut: it ends in sign, after 244"),
             (signed(chip_id, work("forger")), by_id, 1, "did not issue the certificate: "),
             (signed(chip_id, work("expired")), by_id, 0, "a phone does not mind: certificate has expired"),
             (signed(chip_id, work("short")), by_id, 1, "1024 to 4095"),
-            (signed(chip_id, work("signer"), ["-sha1"]), by_id, 1, "it was not made over"),
+            (signed(chip_id, work("signer"), ["-sha1"]), by_id, 1, "does not belong"),
             (whole, by_root, 0, "it has its twelve values"), (whole[:200], by_root, 1, "the file is cut: it ends in"),
             (whole[:400], by_root, 1, "the file is cut: it ends in factoryCert"),
             (resigned("Aldan", "A" * 1024), by_root, 1, "deviceBrand is too long to be compared"),
