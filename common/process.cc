@@ -52,8 +52,10 @@ bool ends_in_time(pid_t id) {
   return ::waitpid(id, nullptr, WNOHANG) != 0;
 }
 
-// The guard leads the group and outlives the program that started it, also one that is killed.
-[[noreturn]] void guard_command(char* const* arguments, Pipes& pipes) {
+// The guard leads the group and outlives the program that started it, also one that is killed. Returns its id.
+pid_t start_guard(char* const* arguments, Pipes& pipes) {
+  const pid_t guard = ::fork();
+  if (guard != 0) return guard;
   pipes.alive.writing = Fd();
   ::setpgid(0, 0);
   const pid_t command = ::fork();
@@ -83,9 +85,8 @@ Process::Process(std::string name, std::vector<std::string> command) : name_(std
 
   static_cast<void>(::signal(SIGPIPE, SIG_IGN));
   Pipes pipes;
-  guard_ = ::fork();
+  guard_ = start_guard(arguments.data(), pipes);
   if (guard_ < 0) throw SessionError(fmt::format("{}: cannot be started: {}", name_, std::strerror(errno)));
-  if (guard_ == 0) guard_command(arguments.data(), pipes);
   in_ = std::move(pipes.in.writing);
   out_ = std::move(pipes.out.reading);
   errors_ = std::move(pipes.errors.reading);

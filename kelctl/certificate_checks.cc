@@ -81,12 +81,12 @@ std::string root_fault(X509* certificate) {
   return "";
 }
 
-void check_root(X509* given, X509* root, Findings& findings) {
-  findings.certificates.push_back(facts_of(root));
-  findings.judge("root", root_fault(root), "a library can be built with it");
+void check_root(X509* given, X509* certificate, Findings& findings) {
+  findings.certificates.push_back(facts_of(certificate));
+  findings.judge("root", root_fault(certificate), "a library can be built with it");
   if (given == nullptr) return;
   const std::string fault = "it is not the root given, " + fingerprint_of(given);
-  findings.judge("chain", X509_cmp(given, root) == 0 ? "" : fault, "it is the root given");
+  findings.judge("chain", X509_cmp(given, certificate) == 0 ? "" : fault, "it is the root given");
 }
 
 void check_signer(X509* root, X509* signer, Findings& findings) {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "common/escape.h"
@@ -64,7 +63,7 @@ Findings examine_file(const std::string& path, const Question& question) {
     file = examine(common::read_file(path, kMaxFileLen), question);
   } catch (const common::Error& error) {
     file.add("file", State::kUnreadable, error.what());
-    fmt::print(stderr, "kelctl: {}\n", escape(error.what()));
+    common::complain("kelctl", error.what());
   }
   file.path = path;
   return file;
