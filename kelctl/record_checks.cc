@@ -137,11 +137,9 @@ void examine_values(std::string_view text, bool is_signed, Findings& findings) {
     common::message_to_sign(common::TextKind::kRecord, text.substr(0, text.find("&factoryCert=")));
     if (!is_signed) findings.add("record", State::kHolds, "a signer may sign it");
   } catch (const common::Refusal& refusal) {
-    const bool is_warning = is_signed && findings.content;
-    if (is_warning)
-      return findings.add("policy", State::kWarns,
-                          fmt::format("a signer would not sign this record: {}", refusal.what()));
-    findings.add("record", State::kFails, refusal.what());
+    const char* const reason = refusal.what();
+    if (!is_signed || !findings.content) return findings.add("record", State::kFails, reason);
+    findings.add("policy", State::kWarns, fmt::format("a signer would not sign this record: {}", reason));
   }
 }
 
