@@ -131,7 +131,8 @@ int efuse(const Options& options) {
 
 int authorize(const Options& options) {
   expect("end of the authorization file", kInputLimit);
-  const std::string content = common::read_file(options.file, KELCHK_SIGNED_FILE_MAX);
+  const std::string content =
+      common::read_file(options.file, KELCHK_SIGNED_FILE_MAX, std::chrono::seconds(kInputLimit));
   if (content.empty()) throw common::Error(options.file + ": is empty; 1 to 4096 bytes were expected");
   const common::Fd lock = begin(options);
   make_store_folders();
