@@ -304,7 +304,7 @@ class Source:
             result = self.span(i + 1, last)
             if result in ("-1", "1"):  # not a success into a failure, which anything notices
                 self.edit(i + 1, last, "0")
-            elif not re.fullmatch(r"0|true|false|nullptr|\*this|.*(==|!=|&&|\|\|| <=? | >=? ).*", result, re.S):
+            elif not re.fullmatch(r"0|'\\0'|true|false|nullptr|\*this|.*(==|!=|&&|\|\|| <=? | >=? ).*", result, re.S):
                 self.edit(i + 1, last, "{}")
 
     def change_tokens(self):
