@@ -1,153 +1,75 @@
 #!/usr/bin/env python3
 # Usage: kelctl_test.py KELCTL LIBRARY ROOT PHONE
-#        kelctl_test.py stand-in LOG ANSWERS
 # kelctl between stand-ins for a phone and a signer, with the programs beside it on phones that PHONE makes and runs, and
 # over files. ROOT is the folder of the root that LIBRARY trusts.
-# A stand-in writes each request to LOG and answers it as the JSON object ANSWERS says of its verb.
-import base64
-import json
-import os
-import re
-import shlex
-import shutil
-import signal
-import subprocess
-import sys
-import tempfile
-import time
-import unittest
+import json, os, re, shlex, shutil, signal, subprocess, sys, tempfile, time, unittest
 
-KEYS = ["buildTime", "buildType", "countrySha", "cpuID", "deviceBrand", "deviceModel", "featureCode", "imei",
-        "phoneMac", "psn", "time", "ver"]
-IMEI = "352099001761481"
-CHALLENGE = "0123456789ABCDEF" * 4
-RECORD = ("buildTime=20240429V3&buildType=user&countrySha=" + "0A" * 32 + "&cpuID=mt01&deviceBrand=Aldan&"
-          f"deviceModel=MDF1KX67&featureCode=F01A&imei={IMEI}&phoneMac=000AF5000000&psn=KX67000000000000&"
-          "time=240429-153012&ver=01")
-
-
-def content_of(record):
-    return "".join(re.search(f"(?:^|&){key}=([^&]*)", record)[1] for key in KEYS)
-
-
-def openssl(*arguments, stdin=b""):
-    return subprocess.run(("openssl",) + arguments, input=stdin, check=True, capture_output=True).stdout
-
-
-def signed(message, folder, options=("-sha256",), cert=None):
-    if options == "raw":
-        sign = openssl("pkeyutl", "-sign", "-inkey", folder + "/key", stdin=openssl("dgst", "-sha256", "-binary",
-                                                                                   stdin=message.encode()))
-    else:
-        sign = openssl("dgst", *options, "-sign", folder + "/key", stdin=message.encode())
-    certificate = openssl("x509", "-in", (cert or folder) + "/cert", "-outform", "DER")
-    return f"factoryCert={base64.b64encode(certificate).decode()}&sign={base64.b64encode(sign).decode()}"
-
-
-def stand_in(log, answers):
-    answers = json.loads(answers)
-    for line in sys.stdin:
-        with open(log, "a") as file:
-            file.write(line)
-        verb, _, text = line.rstrip("\n").partition(" ")
-        answer = answers[verb]
-        if isinstance(answer, dict):  # a signature
-            text = text.replace("\\n", "\n").replace("\\r", "\r")
-            answer = "ok " + signed(content_of(text) if verb == "record" else text, **answer)
-        print(answer, flush=True)
-
-
-if sys.argv[1] == "stand-in":
-    sys.exit(stand_in(*sys.argv[2:]))
+sys.dont_write_bytecode = True
+from programs import (IMEI, RECORD, ProgramTest, content, issue, make_development_root, openssl, read, run, signed, work,
+                      write)
 
 KELCTL, LIBRARY, ROOT, PHONE = sys.argv[1:]
 BESIDE = os.path.dirname(os.path.realpath(KELCTL))
 CHIP_ID = "mt0123456789abcdef0123456789000000"  # of a phone that PHONE makes
-WORK = tempfile.TemporaryDirectory()
-TOOLS = os.path.dirname(os.path.realpath(__file__)) + "/../tools/"
+CHALLENGE = "0123456789ABCDEF" * 4
+# Writes each request to a log and gives the answer to its verb, out of a JSON object.
+STAND_IN = """import json, sys
+answers = json.loads(sys.argv[2])
+for line in sys.stdin:
+    open(sys.argv[1], "a").write(line)
+    print(answers[line.split()[0]], flush=True)
+"""
 
 
-def work(*parts):
-    return os.path.join(WORK.name, *parts)
-
-
-def write(name, content):
-    with open(work(name), "wb") as file:
-        file.write(content.encode() if isinstance(content, str) else content)
-    return file.name
-
-
-def read(path):
-    with open(path, "rb") as file:
-        return file.read()
-
-
-def kelctl(*arguments, stdin=b"", **options):
-    result = subprocess.run((KELCTL, *arguments), input=stdin, capture_output=True, timeout=60, **options)
-    return result.returncode, result.stdout.decode("latin-1"), result.stderr.decode("latin-1")
-
-
-def issue(folder, root, *options):
-    """A signer, whose certificate is too short for a phone unless |options| say otherwise."""
-    os.mkdir(work(folder))
-    request = openssl("req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", work(folder, "key"), "-subj", "/CN=x")
-    openssl("x509", "-req", "-CA", root + "/root.pem", "-CAkey", root + "/root.key", "-out", work(folder, "cert"),
-            *options, stdin=request)
+def kelctl(*arguments, **options):
+    return run(KELCTL, *arguments, **options)
 
 
 def setUpModule():
-    subprocess.run([TOOLS + "make-development-root", work("forged-root")], check=True)  # of the same names
-    extensions = ["-extfile", write("extensions", "nsComment=" + "c" * 300)]
-    issue("signer", ROOT, *extensions)
-    issue("forger", work("forged-root"), *extensions)
-    issue("expired", ROOT, "-days", "-1", *extensions)
-    issue("short", ROOT)
+    make_development_root("forged-root")  # of the same names
+    issue("signer", ROOT)
+    issue("forger", "forged-root")
+    issue("expired", ROOT, "-days", "-1")
+    issue("short", ROOT, extensions="")
 
 
-def session(log, answers):
-    return shlex.join([sys.executable, os.path.realpath(__file__), "stand-in", work(log), json.dumps(answers)])
-
-
-class KelctlTest(unittest.TestCase):
-    def expect(self, result, code, out="", err=""):
-        self.assertEqual(result[0], code, result)
-        self.assertIn(out, result[1])
-        self.assertIn(err, result[2])
-        self.assertRegex(result[1] + result[2], r"\A[\n -~]*\Z")  # whatever came in
-
+class KelctlTest(ProgramTest):
     def provision(self, *options, phone=None, signer=None, journal="journal"):
         """Runs one pass between stand-ins; |phone| and |signer| are answers that differ, or whole commands."""
-        for log in ["phone.log", "signer.log", "journal"]:
-            write(log, "")
-        by_key = {"folder": work("signer")}
-        answers = [{"challenge": "ok " + CHALLENGE, "respond": "ok", "record": "ok " + RECORD, "import": "ok"},
-                   {"challenge": by_key, "record": by_key}]
+        for name in ["phone.log", "signer.log", "journal"]:
+            write(name, "")
+        answers = [{"challenge": "ok " + CHALLENGE, "respond": "ok\r", "record": "ok " + RECORD, "import": "ok"},
+                   {"challenge": "ok " + signed(CHALLENGE), "record": "ok " + signed(content(RECORD))}]
         commands = []
         for name, answer, other in zip(["phone", "signer"], answers, [phone, signer]):
-            command = other if isinstance(other, str) else session(name + ".log", {**answer, **(other or {})})
-            commands += [f"--{name}-command", command]
+            if not isinstance(other, str):
+                answers = json.dumps({**answer, **(other or {})})
+                other = shlex.join([sys.executable, "-c", STAND_IN, work(name + ".log"), answers])
+            commands += [f"--{name}-command", other]
         return kelctl("provision", *commands, "--feature-code", "F01A", "--journal", work(journal), *options)
 
     def test_provisions(self):
         self.expect(self.provision("--imei", IMEI), 0, "  deviceModel  MDF1KX67\n")
-        requests = read(work("phone.log")).decode().splitlines()
+        requests = read("phone.log").decode().splitlines()
         self.assertEqual([requests[0], requests[2]], ["challenge 64", f"record featureCode=F01A&IMEI={IMEI}"])
-        self.assertEqual([requests[1], requests[3]], ["respond " + signed(CHALLENGE, work("signer")),
-                                                      "import " + signed(content_of(RECORD), work("signer"))])
-        self.assertEqual(read(work("signer.log")).decode(), f"challenge {CHALLENGE}\nrecord {RECORD}\n")
-        entry = json.loads(read(work("journal")))
+        self.assertEqual([requests[1], requests[3]], ["respond " + signed(CHALLENGE),
+                                                      "import " + signed(content(RECORD))])
+        self.assertEqual(read("signer.log").decode(), f"challenge {CHALLENGE}\nrecord {RECORD}\n")
+        entry = json.loads(read("journal"))
         self.assertEqual([entry[key] for key in ["record", "outcome", "step", "reasons"]],
                          [RECORD, "provisioned", "", []])
         self.assertLess(entry["start"], entry["end"])
-        modem = RECORD.replace(IMEI, f"\\r\\n{IMEI}\\r\\nOK")
-        self.expect(self.provision("--imei", IMEI, phone={"record": "ok " + modem}), 0, rf"\x0D\x0A{IMEI}")
+        modem = lambda text: text.replace(IMEI, f"\r\n{IMEI}\r\nOK")
+        record = "ok " + modem(RECORD).replace("\r", "\\r").replace("\n", "\\n")
+        signature = {"record": "ok " + signed(modem(content(RECORD)))}
+        self.expect(self.provision("--imei", IMEI, phone={"record": record}, signer=signature), 0, rf"\x0D\x0A{IMEI}")
 
     def test_stops_at_the_first_fault(self):
         def record(old, new):
             return {"record": "ok " + RECORD.replace(old, new)}
 
-        def signs(folder="signer", **options):
-            return {"challenge": {"folder": work(folder), **options}}
+        def signs(*signer):
+            return {"challenge": "ok " + signed(CHALLENGE, *signer)}
 
         foreign = "the signature does not belong to the certificate"
         # phone, signer, exit code, step, reason, requests that the signer saw
@@ -166,19 +88,18 @@ class KelctlTest(unittest.TestCase):
             ({"import": "failed: psn err"}, {}, 1, "import", "psn err", 2),
             ({}, {"challenge": "failed: not allowed"}, 1, "challenge signature", "not allowed", 1),
             ({}, {"record": "ok x"}, 4, "record signature", "factoryCert is missing", 2),
-            ({}, signs("forger", cert=work("signer")), 4, "challenge signature", foreign, 1),
-            ({}, signs(options=["-sha1"]), 4, "challenge signature", foreign, 1),
-            ({}, signs(options=["-sha256", "-sigopt", "rsa_padding_mode:pss"]), 4, "challenge signature", foreign, 1),
-            ({}, signs(options="raw"), 4, "challenge signature", foreign, 1),
+            ({}, signs("forger", ("-sha256",), "signer"), 4, "challenge signature", foreign, 1),
+            ({}, signs("signer", ("-sha1",)), 4, "challenge signature", foreign, 1),
+            ({}, signs("signer", ("-sha256", "-sigopt", "rsa_padding_mode:pss")), 4, "challenge signature", foreign, 1),
             ({}, signs("short"), 4, "challenge signature", "1024 to 4095", 1),
-            ({}, {"challenge": "ok x=1&" + signed(CHALLENGE, work("signer"))}, 4, "challenge signature", "holds more than", 1),
+            ({}, {"challenge": "ok x=1&" + signed(CHALLENGE)}, 4, "challenge signature", "holds more than", 1),
             ("echo failed", {}, 4, "challenge", "begins with", 0),
             ("printf '\\033]0;x\\007provisioned' >&2", {}, 4, "challenge", "it ended before it answered", 0),
             ("while printf x; do sleep 0.3; done; sleep 1000", {}, 4, "challenge", "no answer within 1 seconds", 0),
-            ("exit 3", {}, 4, "challenge", "it ended before it answered", 0),
+            ("head -c 16385 /dev/zero", {}, 4, "challenge", "it ended before it answered", 0),
             ("sleep 1000", {}, 4, "challenge", "no answer within 1 seconds", 0),
             ({}, "sleep 1000", 4, "challenge signature", "no answer within 1 seconds", 0),
-            ("cat /dev/zero", {}, 4, "challenge", "longer than the 16384 bytes", 0),
+            ("head -c 16386 /dev/zero; read a", {}, 4, "challenge", "longer than the 16384 bytes", 0),
             ({}, "cat /dev/zero", 4, "challenge signature", "longer than the 16384 bytes", 0),
             ({}, "yes", 4, "challenge signature", "begins with", 0),
         ]
@@ -189,13 +110,13 @@ class KelctlTest(unittest.TestCase):
                 result = self.provision(*imei, phone=phone, signer=signer)
                 shown = r"the phone: \x1B]0;x\x07provisioned" if ">&2" in phone else step
                 self.expect(result, code, "not provisioned\n" if code == 1 else "session failed\n", shown)
-                entry = json.loads(read(work("journal")))
+                entry = json.loads(read("journal"))
                 self.assertEqual(entry["step"], step)
                 self.assertIn(reason, entry["reasons"][-1])
-                self.assertEqual(len(read(work("signer.log")).splitlines()), seen)
+                self.assertEqual(len(read("signer.log").splitlines()), seen)
 
     def on_phone(self, name, *command):
-        return subprocess.run([PHONE, "run", work(name), "--", BESIDE + "/kelphone", *command], capture_output=True)
+        return run(PHONE, "run", work(name), "--", BESIDE + "/kelphone", *command)
 
     def make_phone(self, name, chip):
         subprocess.run([PHONE, "make", work(name), "--chip", chip, "--vendor-libraries", BESIDE + "/simulator/vendor"],
@@ -205,34 +126,36 @@ class KelctlTest(unittest.TestCase):
         path = {**os.environ, "PATH": os.path.dirname(PHONE) + ":" + os.environ["PATH"]}
         for chip, store, imei in [("mediatek", "persist", []), ("unisoc", "productinfo", ["--imei", IMEI])]:
             self.make_phone(chip, chip)
-            provision = ["provision", "--phone", work(chip), "--cert", work("signer", "cert"), "--key",
-                         work("signer", "key"), "--feature-code", "F01A"]
+            provision = ["provision", "--phone", work(chip), "--cert", work("signer", "signer.pem"), "--key",
+                         work("signer", "signer.key"), "--feature-code", "F01A"]
             if imei:
                 self.expect(kelctl(*provision, env=path), 1, "", "A Unisoc phone needs --imei.")
             self.expect(kelctl(*provision, *imei, env=path), 0, "provisioned")
-            self.assertEqual(self.on_phone(chip, "check").returncode, 0)
+            self.expect(self.on_phone(chip, "check"), 0)
             stored = work(chip, f"mnt/vendor/{store}/startPara/startPara.dat")
             self.expect(kelctl("explain", "--root", ROOT + "/root.pem", stored), 0, "verdict: holds")
 
     def test_says_in_json_what_the_journal_says(self):
         result = self.provision("--json", phone={"respond": "failed: \u202e\\; b"})
         self.expect(result, 1, '"reasons": ["\\\\xE2\\\\x80\\\\xAE\\\\\\\\", "b"]')
-        self.assertEqual(result[1], read(work("journal")).decode())
+        self.assertEqual(result.out, read("journal").decode())
 
     def test_ends_the_sessions_however_it_ends(self):
-        pids = work("pids")
-        command = f"sleep 1000 & echo $! $$ > {pids}; wait"
-        for kill in [signal.SIGINT, signal.SIGKILL, None]:
-            process = subprocess.Popen([KELCTL, "provision", "--phone-command", command, "--signer-command", "cat",
-                                        "--feature-code", "F", "--timeout", "3" if kill is None else "60"],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            self.wait_until(lambda: os.path.exists(pids) and read(pids).count(b" ") == 1)
-            started = read(pids).split()
-            if kill is not None:
-                process.send_signal(kill)
+        def start(pids, timeout):
+            command = f"trap '' HUP INT TERM; sleep 1000 & echo $! $$ > {pids}; wait; wait"
+            return subprocess.Popen([KELCTL, "provision", "--phone-command", command, "--signer-command", "cat",
+                                     "--feature-code", "F", "--timeout", timeout],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+        ends = {"SIGINT": "60", "SIGTERM": "60", "SIGKILL": "60", "timeout": "3"}
+        processes = {name: start(work(name), timeout) for name, timeout in ends.items()}
+        for name, process in processes.items():
+            self.wait_until(lambda: os.path.exists(work(name)) and read(name).count(b" ") == 1)
+            if name != "timeout":
+                process.send_signal(signal.Signals[name])
+        for name, process in processes.items():
             process.wait(timeout=30)
-            self.wait_until(lambda: not any(self.is_running(pid.decode()) for pid in started))
-            os.remove(pids)
+            self.wait_until(lambda: not any(self.is_running(pid.decode()) for pid in read(name).split()))
 
     @staticmethod
     def is_running(pid):
@@ -250,7 +173,6 @@ class KelctlTest(unittest.TestCase):
     def test_says_what_cannot_be_used(self):
         phone, signer = ["--phone-command", "cat"], ["--signer-command", "cat"]
         feature, key = ["--feature-code", "F"], ["--key", "k"]
-        os.mkfifo(work("fifo"))
         for arguments, err in [
                 ([], "a command"), (["che\x1bk"], "che\\x1Bk"), (["provision", "--phone", "", *signer, *feature], "--phone"),
                 (["provision", *phone, *feature, "--key", "", "--cert", ROOT + "/root.pem"], "--key"),
@@ -263,7 +185,7 @@ class KelctlTest(unittest.TestCase):
                 (["provision", *phone, *signer, *feature, *key, "--cert", ROOT + "/root.pem"], "option"), (["explain"], "FILE"),
                 (["provision", "--phone", BESIDE, *signer, *feature], "kelchk-simulated-phone: cannot be read"),
                 (["provision", *phone, *feature, *key, "--cert", ROOT + "/root.pem"], "k: cannot be read"),
-                (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", WORK.name], "directory"),
+                (["explain", work("none\x1b")], "none\\x1B: cannot be opened"), (["explain", work()], "directory"),
                 (["explain", "/dev/zero"], "16777216 bytes"), (["explain", "--root", "/dev/zero", "x"], "1048576 bytes"),
                 (["explain", "--root", work("extensions"), "x"], "one certificate in PEM was expected")]:
             with self.subTest(arguments=arguments):
@@ -271,18 +193,16 @@ class KelctlTest(unittest.TestCase):
         self.expect(self.provision(journal="none/journal"), 2, "provisioned\n", "none/journal")
         with open("/dev/full", "w") as full:
             for arguments in [["--help"], ["explain", ROOT + "/root.pem"], ["explain", "--json", ROOT + "/root.pem"]]:
-                self.assertEqual(subprocess.run([KELCTL, *arguments], stdout=full, stderr=subprocess.PIPE).returncode, 2)
+                self.assertEqual(kelctl(*arguments, stdout=full).code, 2)
 
     def test_judges_as_the_library_does(self):
         chip_id, root = CHIP_ID, ["--root", ROOT + "/root.pem"]
-        good, bad = signed(chip_id, work("signer")), "factoryCert=" + "A" * 1024
+        good, bad = signed(chip_id), "factoryCert=" + "A" * 1024
         parts = dict(field.split("=", 1) for field in good.split("&"))
-        whole = RECORD + "&" + signed(content_of(RECORD), work("signer"))
+        whole = RECORD + "&" + signed(content(RECORD))
 
         def resigned(old, new, signed_as=None):
-            record = RECORD.replace(old, new)
-            return record + "&" + signed(content_of(RECORD).replace(old, new) if signed_as is None else signed_as,
-                                         work("signer"))
+            return RECORD.replace(old, new) + "&" + signed(signed_as or content(RECORD).replace(old, new))
 
         by_id, by_root = [*root, "--chip-id", chip_id], root
         rows = [  # text, options, exit code, words
@@ -295,17 +215,17 @@ class KelctlTest(unittest.TestCase):
             (f"factoryCert={parts['factoryCert'][:1023]}&sign={parts['sign']}", by_id, 1, "has 1023 characters"),
             (good[:600], by_id, 1, "the file is cut: it ends in factoryCert, after 588"),
             (good[:-100], by_id, 1, "the file is cut: it ends in sign, after 244"),
-            (signed(chip_id, work("forger")), by_id, 1, "did not issue the certificate: "),
-            (signed(chip_id, work("expired")), by_id, 0, "a phone does not mind: certificate has expired"),
-            (signed(chip_id, work("short")), by_id, 1, "1024 to 4095"),
-            (signed(chip_id, work("signer"), ["-sha1"]), by_id, 1, "does not belong"),
+            (signed(chip_id, "forger"), by_id, 1, "did not issue the certificate: "),
+            (signed(chip_id, "expired"), by_id, 0, "a phone does not mind: certificate has expired"),
+            (signed(chip_id, "short"), by_id, 1, "1024 to 4095"),
+            (signed(chip_id, "signer", ("-sha1",)), by_id, 1, "does not belong"),
             (whole, by_root, 0, "it has its twelve values"), (whole[:200], by_root, 1, "the file is cut: it ends in"),
             (whole[:400], by_root, 1, "the file is cut: it ends in factoryCert"),
             (resigned("Aldan", "A" * 1024), by_root, 1, "deviceBrand is too long to be compared"),
             (resigned(IMEI, "3" * 1024), by_root, 0, "warns policy      a signer would not sign this record: imei"),
-            (resigned("&ver=", "&psn=1&ver=", content_of(RECORD)), by_root, 0, "psn appears 2 times"),
+            (resigned("&ver=", "&psn=1&ver=", content(RECORD)), by_root, 0, "psn appears 2 times"),
             (resigned("&time=", "&tyme=", "x"), by_root, 1, "time is missing"),
-            (RECORD, [], 0, "canonical content, 157 characters\n  " + content_of(RECORD)),
+            (RECORD, [], 0, "canonical content, 157 characters\n  " + content(RECORD)),
             (RECORD.replace("=01", "=02"), [], 1, "ver must be 01"), (RECORD[:100], [], 1, "the file is cut"),
         ]
         self.make_phone("judge", "mediatek")
@@ -319,18 +239,18 @@ class KelctlTest(unittest.TestCase):
                 if options == by_id:
                     shutil.rmtree(work("judge", "kelofs/startPara"), ignore_errors=True)
                     write(stored + "/auFile.dat", text)
-                    self.assertEqual(self.on_phone("judge", "check").returncode, code)
+                    self.assertEqual(self.on_phone("judge", "check").code, code)
 
     def test_explains_certificates_and_the_library(self):
         root, forged = ROOT + "/root.pem", work("forged-root/root.pem")
-        bundle = write("bundle", read(work("signer/cert")) + read(work("forger/cert")) + b"trailing bytes")
+        bundle = write("bundle", read("signer/signer.pem") + read("forger/signer.pem") + b"trailing bytes")
         library = read(LIBRARY)
         fingerprint = openssl("x509", "-in", root, "-noout", "-fingerprint", "-sha256").decode().split("=")[1]
         for content, options, code, words in [
                 (read(root), [], 0, "holds root        a library can be built with it"),
                 (read(root), ["--root", forged], 1, "it is not the root given"),
-                (read(work("signer/cert")), ["--root", root], 0, "the root issued the certificate"),
-                (read(work("short/cert")), ["--root", root], 1, "1024 to 4095"), (read(work("signer/cert")), [], 3, ""),
+                (read("signer/signer.pem"), ["--root", root], 0, "the root issued the certificate"),
+                (read("short/signer.pem"), ["--root", root], 1, "1024 to 4095"), (read("signer/signer.pem"), [], 3, ""),
                 (read(bundle), ["--root", root], 1, "fails chain       certificate 2: "),
                 (read(root)[:500], [], 1, "the file is cut: it ends inside a certificate"),
                 (re.sub(b"MII", b"---", read(root), 1), [], 1, "it cannot be read"),
@@ -343,7 +263,7 @@ class KelctlTest(unittest.TestCase):
                 self.expect(kelctl("explain", *options, "-", stdin=content), code, words)
 
     def test_sums_up_several_files(self):
-        record, signer = write("record", RECORD), write("authorization", signed("mt01", work("signer")))
+        record, signer = write("record", RECORD), write("authorization", signed("mt01"))
         self.expect(kelctl("explain", record, signer), 3, f"files\n  holds          {record}: device parameter record")
         self.expect(kelctl("explain", record, "/dev/zero", signer), 2, "  unreadable     /dev/zero\n")
         objects = [json.loads(line) for line in kelctl("explain", "--json", record, signer)[1].splitlines()]
@@ -364,24 +284,22 @@ class KelctlTest(unittest.TestCase):
             for options in [], ["--json"]:
                 result = kelctl("explain", *options, "-", stdin=record)
                 self.expect(result, 1 if not value.isprintable() or not value.isascii() else 0)
-                shown.add(result[1])
+                shown.add(result.out)
         self.assertEqual(len(shown), 2 * len(values))
 
     def test_starts_the_programs_beside_it(self):
-        folder = work("beside")
-        os.mkdir(folder)
-        shutil.copy(KELCTL, folder)
-        for name in ["phone", "kelphone", "kelsign"]:
-            write(f"beside/{name}", f"#!/bin/sh\necho {name} $* > {folder}/{name}.started\nsleep 1000\n")
-            os.chmod(work("beside", name), 0o755)
-        certificate = ROOT + "/root.pem"
-        write(".kelchk-simulated-phone", "")
-        result = subprocess.run([folder + "/kelctl", "provision", "--phone", WORK.name, "--key", "pkcs11:x", "--cert",
-                                 certificate, "--feature-code", "F", "--timeout", "1"], capture_output=True)
-        self.assertEqual(result.returncode, 4, result)
-        self.assertEqual(read(folder + "/phone.started").decode(), f"phone run {WORK.name} -- {folder}/kelphone line\n")
-        self.assertEqual(read(folder + "/kelsign.started").decode(),
-                         f"kelsign line --key pkcs11:x --cert {certificate} --feature-code F\n")
+        with tempfile.TemporaryDirectory() as folder:  # one that may hold programs
+            shutil.copy(KELCTL, folder)
+            for name in ["phone", "kelphone", "kelsign"]:
+                program = write(f"{folder}/{name}", f"#!/bin/sh\necho {name} $* > {folder}/{name}.started\nsleep 1000\n")
+                os.chmod(program, 0o755)
+            write(".kelchk-simulated-phone", "")
+            result = run(folder + "/kelctl", "provision", "--phone", work(), "--key", "pkcs11:x", "--cert",
+                         ROOT + "/root.pem", "--feature-code", "F", "--timeout", "1")
+            self.assertEqual(result.code, 4, result)
+            for name, command in [("phone", f"phone run {work()} -- {folder}/kelphone line\n"),
+                                  ("kelsign", f"kelsign line --key pkcs11:x --cert {ROOT}/root.pem --feature-code F\n")]:
+                self.assertEqual(read(f"{folder}/{name}.started").decode(), command)
 
 
 if __name__ == "__main__":

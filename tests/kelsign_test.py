@@ -1,53 +1,17 @@
 #!/usr/bin/env python3
 # Usage: kelsign_test.py KELSIGN CLASS
 # Runs one class of tests: KelsignTest, or ModuleTest with keys in SoftHSM.
-import base64
-import glob
-import json
-import os
-import pty
-import re
-import resource
-import select
-import subprocess
-import sys
-import tempfile
-import time
-import unittest
+import base64, glob, json, os, pty, re, resource, select, subprocess, sys, time, unittest
+
+sys.dont_write_bytecode = True
+from programs import RECORD, TOOLS, ProgramTest, content, openssl, read, run, signed, work, write
 
 KELSIGN = sys.argv[1]
-WORK = tempfile.TemporaryDirectory()
-TOOLS = os.path.dirname(os.path.realpath(__file__)) + "/../tools/"
-RECORD = ("buildTime=20240429V3&buildType=user&countrySha=" + "0A" * 32 + "&cpuID=mt01&deviceBrand=Aldan&"
-          "deviceModel=MDF1KX67&featureCode=F01A&imei=352099001761481&phoneMac=000AF5000000&psn=KX67000000000000&"
-          "time=240429-153012&ver=01")
-CONTENT = ("20240429V3user" + "0A" * 32 + "mt01AldanMDF1KX67F01A352099001761481000AF5000000KX67000000000000"
-           "240429-15301201")
+CONTENT = content(RECORD)
 
 
-def work(*parts):
-    return os.path.join(WORK.name, *parts)
-
-
-def write(name, content):
-    with open(work(name), "wb") as file:
-        file.write(content)
-    return file.name
-
-
-def read(name):
-    with open(work(name), encoding="ascii") as file:
-        return file.read()
-
-
-def kelsign(*arguments, stdin=b"", **options):
-    result = subprocess.run([KELSIGN, *arguments], input=stdin, stdout=options.pop("stdout", subprocess.PIPE),
-                            stderr=subprocess.PIPE, timeout=60, check=False, **options)
-    return result.returncode, (result.stdout or b"").decode("ascii"), result.stderr.decode("ascii")
-
-
-def openssl(*arguments, stdin=b""):
-    return subprocess.run(("openssl",) + arguments, input=stdin, check=True, capture_output=True).stdout
+def kelsign(*arguments, **options):
+    return run(KELSIGN, *arguments, **options)
 
 
 def pair(folder="signer", name="signer"):
@@ -59,28 +23,12 @@ KEY = pair()[:2]
 LINE = ["line", *pair(), "--feature-code", "F01A", "F02"]
 
 
-def signed(message):
-    signature = openssl("dgst", "-sha256", "-sign", KEY[1], stdin=message.encode())
-    certificate = openssl("x509", "-in", pair()[3], "-outform", "DER")
-    return f"factoryCert={base64.b64encode(certificate).decode()}&sign={base64.b64encode(signature).decode()}"
-
-
 def setUpModule():
     for command in [["root", work("root")], ["signer", work("signer"), *ROOT], ["root", work("other")]]:
         assert kelsign(*command) == (0, "", ""), command
 
 
-class Case(unittest.TestCase):
-    def expect(self, result, code, out="", err=""):
-        self.assertEqual(result[0], code, result)
-        self.assertIn(out, result[1])
-        self.assertIn(err, result[2])
-
-    def assert_chain(self, certificate):
-        openssl("verify", "-CAfile", work("root/root.pem"), certificate)
-
-
-class KelsignTest(Case):
+class KelsignTest(ProgramTest):
     def test_signs_what_openssl_signs(self):
         for kind, text, message in [("challenge", "0AF9", "0AF9"), ("record", RECORD, CONTENT),
                                     ("chip-id", "sp\n1", "sp\n1")]:
@@ -121,6 +69,8 @@ class KelsignTest(Case):
         forged = write("forged.csr", pem(body[:-1] + bytes([body[-1] ^ 1])))
         weak = write("weak.csr", pem(body.replace(b"\x02\x03\x01\x00\x01", b"\x02\x03\x01\x00\x02")))  # its exponent
         short = openssl("x509", "-req", "-CA", ROOT[1], "-CAkey", ROOT[3], stdin=request)
+        os.mkdir(work("linked"))
+        os.symlink(work("none"), work("linked/root.key"))
         signer = ["signer", work("x"), *ROOT]
         module = "pkcs11:token=T;object=o"
         for arguments, err in [
@@ -133,7 +83,8 @@ class KelsignTest(Case):
                 (["sign", "challenge", "A", "--key", work("ed25519")], "RSA key of 2048 bits"),
                 (["sign", "challenge", "A", *KEY, *pair("root", "root")[2:]], "certificate of the given key"),
                 (["sign", "challenge", "A", *KEY, "--cert", write("short", short)], "1024 to 4095"),
-                (["root", work("root")], "File exists"), (["root", work("x"), "--days", "0"], "--days"),
+                (["root", work("root")], "File exists"), (["root", work("linked")], "File exists"),
+                (["root", work("x"), "--days", "0"], "--days"),
                 (["root", work("x"), "--name", "n" * 65], "1 to 64 characters"), (["root", "/dev/null/x"], "created"),
                 ([*signer[:3], ROOT[1], "--root-key", work("other/root.key")], "certificate of the given key"),
                 ([*signer, "--name", "Provisioning root"], "another name"), ([*signer, "--csr", forged], "its own key"),
@@ -153,21 +104,12 @@ class KelsignTest(Case):
                 self.expect(result, 2, err=err)
                 self.assertNotIn("6789", result[2])
         with open("/dev/zero", "rb") as zero:
-            result = subprocess.run([KELSIGN, "sign", "record", *KEY], stdin=zero, capture_output=True, check=False)
+            result = subprocess.run([KELSIGN, "sign", "record", *KEY], stdin=zero, capture_output=True)
         self.assertEqual((result.returncode, b"16384 bytes" in result.stderr), (2, True))
-
-    def test_manual_and_completion_know_every_option(self):
-        with open(TOOLS + "../docs/kelsign.1", encoding="ascii") as manual, \
-                open(TOOLS + "../completions/kelsign", encoding="ascii") as completion:
-            texts = [manual.read().replace("\\-", "-"), completion.read()]
-        for command in [[], ["root"], ["signer"], ["sign"], ["line"]]:
-            for option in set(re.findall("--[a-z-]+", kelsign(*command, "--help")[1])):
-                for text in texts:
-                    self.assertRegex(text, option + r"\b(?!-)", command)
 
     def test_output_that_is_lost_is_an_error(self):
         for arguments in [["--help"], ["--version"], ["sign", "challenge", "A", *KEY], LINE]:
-            with open("/dev/full", "w", encoding="ascii") as full:
+            with open("/dev/full", "w") as full:
                 self.expect(kelsign(*arguments, stdin=b"challenge A\n", stdout=full), 2, err="cannot be written: No space")
 
     def test_makes_certificates_for_keys_and_requests(self):
@@ -179,11 +121,11 @@ class KelsignTest(Case):
             self.assertEqual(kelsign("signer", work(folder), *ROOT, *options), (0, "", ""))
             self.assertEqual(os.listdir(work(folder)), ["signer.pem"])
             self.assertIn(subject, openssl("x509", "-noout", "-subject", "-in", work(folder, "signer.pem")).decode())
-            self.assert_chain(work(folder, "signer.pem"))
+            openssl("verify", "-CAfile", work("root/root.pem"), work(folder, "signer.pem"))
             self.expect(kelsign("sign", "challenge", "A", *KEY, "--cert", work(folder, "signer.pem")), 0)
         for days, code in [("86000", 0), ("86401", 1)]:
             check = ["openssl", "x509", "-noout", "-checkend", days, "-in", work("named/signer.pem")]
-            self.assertEqual(subprocess.run(check, stdout=subprocess.DEVNULL, check=False).returncode, code)
+            self.assertEqual(subprocess.run(check, stdout=subprocess.DEVNULL).returncode, code)
 
     def test_folders_and_files_have_their_modes_under_every_umask(self):
         for mask in (0, 0o777):
@@ -212,9 +154,7 @@ class KelsignTest(Case):
                 ("chip-id mt01", [], "signs no chip id"), ("chip-id mt01", chip_ids[:2], signed("mt01")),
                 ("chip-id mt01", chip_ids, signed("mt01")), (r"chip-id sp02\n", chip_ids, signed("sp02\n")),
                 (r"chip-id sp02\n\n", chip_ids, "list"), ("chip-id sp03", chip_ids, "list"),
-                ("chip-id spAA", chip_ids, "capital"), ("sign\x1b", [], r'unknown request "sign\x1B"'),
-                ("challenge \\x", [], "backslash"), ("", [], "verb"), ("challenge 0\0", [], "NUL"),
-                ("challenge " + "A" * 16375, [], "16384")]
+                ("chip-id spAA", chip_ids, "capital"), ("sign\x1b", [], r'unknown request "sign\x1B"')]
         for request, options, expected in rows:
             with self.subTest(request=request[:60], options=options):
                 result = kelsign(*LINE, *options, stdin=request.encode() + b"\nchallenge A\n")
@@ -223,25 +163,24 @@ class KelsignTest(Case):
                 self.assertEqual(answers[1:], ["ok " + signed("A")])
                 prefix = "ok" if expected.startswith("factoryCert") else "failed"
                 self.assertRegex(answers[0], f"^{prefix}:? .*{re.escape(expected)}")
-        self.expect(kelsign(*LINE, stdin=b"challenge A"), 0, "failed: the last line")
 
     def test_journal(self):
-        write("journal", b'{"time": "cut')
+        write("journal", '{"time": "cut')
         requests = "challenge 0A\nrecord a\\nb\x1b\nchip-id mt01\n"
         self.expect(kelsign(*LINE, "--journal", work("journal"), stdin=requests.encode()), 0)
-        unfinished, *lines = read("journal").splitlines()
+        unfinished, *lines = read("journal").decode().splitlines()
         self.assertEqual(unfinished, '{"time": "cut')
         self.assertEqual([list(json.loads(line).values())[1:4] for line in lines],
                          [["challenge", "0A", "signed"], ["record", "a\\x0Ab\\x1B", "refused"],
                           ["chip-id", "mt01", "refused"]])
         for line in lines:
             self.assertRegex(json.loads(line)["time"], r"^20\d\d-\d\d-\d\dT\d\d:\d\d:\d\d\.\d\d\dZ$")
-        for place, err in [("/dev/full", "regular file"), (work("none/journal"), "No such file")]:
+        for place, err in [("/dev/full", "regular file"), (work(), "directory"), (work("none/journal"), "No such file")]:
             self.assertEqual(kelsign(*LINE, "--journal", place, stdin=b"challenge 0A\n")[:2], (2, ""), err)
         limit_files = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
         result = kelsign(*LINE, "--journal", work("small"), stdin=b"challenge 0A\n" * 12, preexec_fn=limit_files,
                          restore_signals=False)
-        self.assertEqual((result[0], result[1].count("ok ")), (2, read("small").count("\n")))
+        self.assertEqual((result[0], result[1].count("ok ")), (2, read("small").count(b"\n")))
 
     def test_journal_is_kept_before_the_answer_and_can_be_rotated(self):
         with subprocess.Popen([KELSIGN, *LINE, "--journal", work("rotated")], stdin=subprocess.PIPE,
@@ -251,11 +190,11 @@ class KelsignTest(Case):
                 session.stdin.flush()
                 session.stdout.readline()
                 os.rename(work("rotated"), work(f"rotated{i}"))
-                self.assertEqual(read(f"rotated{i}").count('"signed"'), 1)
+                self.assertEqual(read(f"rotated{i}").count(b'"signed"'), 1)
             session.stdin.close()
 
 
-class ModuleTest(Case):
+class ModuleTest(ProgramTest):
     MODULE = "/usr/lib/softhsm/libsofthsm2.so"
 
     @classmethod
@@ -263,9 +202,9 @@ class ModuleTest(Case):
         """Makes two tokens, each with a key, by the commands of the page."""
         with open(TOOLS + "../docs/signing.md", encoding="utf-8") as page:
             commands = re.search(r"^```sh\n([^`]*softhsm2-util --init-token[^`]*)^```$", page.read(), re.M)[1]
-        subprocess.run(["bash", "-euc", commands], cwd=WORK.name, check=True, capture_output=True)
+        subprocess.run(["bash", "-euc", commands], cwd=work(), check=True, capture_output=True)
         os.environ["SOFTHSM2_CONF"] = work("softhsm2.conf")
-        cls.PIN = read("pin")
+        cls.PIN = read("pin").decode()
         cls.source = "?pin-source=" + work("pin")
         cls.root, cls.signer = (f"pkcs11:token={token};object={key};type=private"
                                 for token, key in [("vault", "root"), ("server", "signer")])
@@ -292,7 +231,7 @@ class ModuleTest(Case):
         spy = {"PKCS11SPY": self.MODULE, "PKCS11SPY_OUTPUT": work("spy")}
         spied = "module-path=" + glob.glob("/usr/lib/*/pkcs11-spy.so")[0]
         good, bad = self.PIN, "73552"
-        file = lambda name, content: "?pin-source=file:" + write(name, content.encode()) + "&" + spied
+        file = lambda name, text: "?pin-source=file:" + write(name, text) + "&" + spied
         for source, pin, code, err in [
                 (file("good", good), None, 0, ""), (file("crlf", good + "\r\n"), bad, 0, ""), ("?" + spied, good, 0, ""),
                 ("?" + spied, good + "\n", 0, ""), (file("bad", bad), good, 2, "the PIN is wrong"),
@@ -303,8 +242,7 @@ class ModuleTest(Case):
                 result = kelsign("sign", "challenge", "A", "--key", self.signer + source, env=environment)
                 self.expect(result, code, err=err)
                 self.assertNotIn("7355", result[2])
-                with open(work("spy"), "rb") as calls:
-                    self.assertEqual(calls.read().count(b": C_Login\n"), 1)
+                self.assertEqual(read("spy").count(b": C_Login\n"), 1)
         for key in (self.signer.replace("=signer", "=none"), self.signer.replace("=server", "=none")):
             self.expect(kelsign("sign", "challenge", "A", "--key", key + self.source), 2, err="no such private key")
 

@@ -1,6 +1,6 @@
-// What the programs share: text, lines, files, journals and processes.
+// What the programs share: cases that the tests of the programs cannot set up.
 #include <gmock/gmock.h>
-#include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "common/escape.h"
+#include "common/fd.h"
 #include "common/file.h"
-#include "common/journal.h"
 #include "common/line_protocol.h"
 #include "common/outcome.h"
 #include "common/process.h"
@@ -22,18 +22,8 @@ namespace {
 using namespace common;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 constexpr std::string_view kAwkward{"a\\\x1b]0;\"\0\r\n\x9b\xe2\x80\xae~", 15};
-
-class CommonTest : public testing::Test {
- protected:
-  CommonTest() { folder_ = ::mkdtemp(folder_.data()); }
-  ~CommonTest() override { std::filesystem::remove_all(folder_); }
-  [[nodiscard]] std::string path(const std::string& name) const { return folder_ + "/" + name; }
-
-  std::string folder_ = std::filesystem::temp_directory_path() / "common_test.XXXXXX";
-};
 
 template <typename Exception, typename Action>
 std::string message_of(Action action) {
@@ -52,35 +42,18 @@ TEST(EscapeTest, KeepsEveryByteApartInAscii) {
 
 // Serves |input| by an answer that repeats its request, and returns all answers.
 std::string served(const std::string& input, size_t answer_len = 0) {
-  int in[2];
-  int out[2];
-  EXPECT_EQ(::pipe(in) | ::pipe(out), 0);
-  std::thread writer([&] {
-    EXPECT_EQ(::write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
-    ::close(in[1]);
+  const Fd in(::memfd_create("in", MFD_CLOEXEC));
+  const Fd out(::memfd_create("out", MFD_CLOEXEC));
+  EXPECT_TRUE(write_all(in.get(), input) && ::lseek(in.get(), 0, SEEK_SET) == 0);
+  serve_lines(in.get(), out.get(), [&](const Request& request) {
+    return ok_line(request.verb + "," + request.text + std::string(answer_len, 'x'));
   });
-  std::thread server([&] {
-    serve_lines(in[0], out[1], [&](const Request& request) {
-      return ok_line(request.verb + "," + request.text + std::string(answer_len, 'x'));
-    });
-    ::close(out[1]);
-  });
-  std::string answers;
-  char bytes[4096];
-  for (ssize_t count = 0; (count = ::read(out[0], bytes, sizeof bytes)) > 0;) {
-    answers.append(bytes, static_cast<size_t>(count));
-  }
-  writer.join();
-  server.join();
-  ::close(in[0]);
-  ::close(out[0]);
-  return answers;
+  return read_file("/proc/self/fd/" + std::to_string(out.get()), 2 * kMaxLineLen);
 }
 
 TEST(LineProtocolTest, AnswersEveryLineOnce) {
   const std::string longest = "v " + std::string(kMaxLineLen - 2 - 5, 'y');  // its answer is three bytes longer
-  const std::string too_long = R"(failed: the line is longer than the 16384 bytes that are accepted)"
-                               "\n";
+  const std::string too_long = "failed: the line is longer than the 16384 bytes that are accepted\n";
   const struct {
     std::string input, answers;
   } rows[] = {
@@ -107,83 +80,21 @@ TEST(LineProtocolTest, ReadsWhatItWrites) {
   for (const char* line : {"", "okay", "no", "failed:", "ok \\x"}) EXPECT_THROW(parse_answer(line), Refusal) << line;
 }
 
-TEST_F(CommonTest, ReadsWithinALimit) {
-  EXPECT_THAT(message_of<Error>([] { read_file("/dev/zero", 100000); }),
-              HasSubstr("/dev/zero: holds more than the 100000"));
-  EXPECT_THAT(message_of<Error>([&] { read_file(path("none"), 1); }), HasSubstr("No such file"));
-  EXPECT_THAT(message_of<Error>([&] { read_file(folder_, 1); }), HasSubstr("Is a directory"));
-}
-
-TEST_F(CommonTest, WaitsForAFifoWithinALimit) {
-  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
-  EXPECT_THAT(message_of<Error>([&] { read_file(path("fifo"), 1, 1s); }), HasSubstr("does not end within 1 seconds"));
+TEST(FileTest, WaitsForAFifoWithinALimit) {
+  std::string folder = std::filesystem::temp_directory_path() / "common_test.XXXXXX";
+  const std::string fifo = std::string(::mkdtemp(folder.data())) + "/fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_THAT(message_of<Error>([&] { read_file(fifo, 1, 1s); }), HasSubstr("does not end within 1 seconds"));
   std::thread writer([&] {
     std::this_thread::sleep_for(50ms);  // after the reader
-    std::ofstream(path("fifo")) << "content";
+    std::ofstream(fifo) << "content";
   });
-  EXPECT_EQ(read_file(path("fifo"), 1000), "content");
+  EXPECT_EQ(read_file(fifo, 1000), "content");
   writer.join();
+  std::filesystem::remove_all(folder);
 }
 
-TEST_F(CommonTest, WritesOnlyNewFilesWithTheirMode) {
-  for (const mode_t mask : {0U, 0777U}) {
-    const mode_t before = ::umask(mask);
-    write_new_file(path(std::to_string(mask)), "x", 0640);
-    ::umask(before);
-    struct stat status = {};
-    ::stat(path(std::to_string(mask)).c_str(), &status);
-    EXPECT_EQ(status.st_mode & 07777, 0640U);
-  }
-  std::filesystem::create_symlink(path("target"), path("link"));
-  EXPECT_THAT(message_of<Error>([&] { write_new_file(path("link"), "x", 0600); }), HasSubstr("File exists"));
-  EXPECT_FALSE(std::filesystem::exists(path("target")));
-}
-
-TEST_F(CommonTest, JournalEndsAnUnfinishedLine) {
-  const Journal journal(path("journal"));
-  journal.add({{"a", json_string("b\"")}, {"n", "1"}});
-  std::filesystem::rename(path("journal"), path("rotated"));
-  write_new_file(path("journal"), "{\"a", 0600);
-  journal.add({{"time", json_string(journal_time())}});
-  EXPECT_EQ(read_file(path("rotated"), 1000), "{\"a\": \"b\\\"\", \"n\": 1}\n");
-  EXPECT_THAT(read_file(path("journal"), 1000), MatchesRegex("\\{\"a\n\\{\"time\": \"20[0-9T:.-]+Z\"\\}\n"));
-  for (const std::string& place : {path("none/journal"), folder_, std::string("/dev/full")}) {
-    EXPECT_THROW(Journal(place).add({}), Error) << place;
-  }
-}
-
-// The process ends soon; whoever inherits it may take longer to notice.
-bool is_gone(const std::string& process_id) {
-  for (int waited = 0; waited < 300; ++waited) {
-    if (::kill(std::stoi(process_id), 0) != 0) return true;
-    std::string status;
-    std::getline(std::ifstream("/proc/" + process_id + "/stat"), status);
-    if (status.find(") Z") != std::string::npos) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return false;
-}
-
-TEST(ProcessTest, AsksLineByLine) {
-  Process shell("the shell", {"sh", "-c", "read a; echo $a 1; read a; printf '%s 2\\r\\nrest' $a"});
-  EXPECT_EQ(shell.ask("x", 5s), "x 1");
-  EXPECT_EQ(shell.ask("y", 5s), "y 2");
-  EXPECT_THAT(message_of<SessionError>([&] { shell.ask("z", 5s); }), HasSubstr("the shell: it ended"));
-}
-
-TEST(ProcessTest, WaitsAndReadsWithinLimits) {
-  const struct {
-    std::vector<std::string> command;
-    const char* message;
-  } rows[] = {
-      {{"sleep", "60"}, "no answer within 1 seconds"},
-      {{"sh", "-c", "head -c 16386 /dev/zero; sleep 60"}, "longer than the 16384 bytes"},
-      {{"head", "-c", "16385", "/dev/zero"}, "ended"},
-      {{"true"}, "ended"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_THAT(message_of<SessionError>([&] { Process("it", row.command).ask("x", 1s); }), HasSubstr(row.message));
-  }
+TEST(ProcessTest, WritesWithinItsLimit) {
   const std::string much(1 << 20, 'x');  // more than a pipe holds
   EXPECT_THAT(message_of<SessionError>([&] { Process("it", {"sleep", "60"}).ask(much, 1s); }), HasSubstr("within 1"));
 }
@@ -206,36 +117,6 @@ TEST(ProcessTest, ShowsStandardErrorEscapedAndWithinALimit) {
   testing::internal::CaptureStderr();
   EXPECT_THROW(Process("it", {"/none"}).ask("x", 5s), SessionError);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "it: /none cannot be started: No such file or directory\n");
-}
-
-// Answers with the id of a child of the shell; neither ends by itself or by a signal that can be ignored.
-const std::vector<std::string> kStubborn = {"sh", "-c", "trap '' HUP INT TERM; sleep 60 & read a; echo $!; wait; wait"};
-
-TEST(ProcessTest, EndsWhatItStarted) {
-  std::string child;
-  {
-    Process shell("it", kStubborn);
-    child = shell.ask("", 5s);
-  }
-  EXPECT_TRUE(is_gone(child));
-}
-
-TEST(ProcessTest, EndsWhatItStartedWhenItIsKilled) {
-  for (const int signal : {SIGKILL, SIGTERM}) {
-    int report[2];
-    ASSERT_EQ(::pipe(report), 0);
-    const pid_t outer = ::fork();
-    if (outer == 0) {
-      Process shell("it", kStubborn);
-      const std::string child = shell.ask("", 5s);
-      static_cast<void>(::write(report[1], child.c_str(), child.size() + 1) < 0);
-      ::pause();
-    }
-    char child[32] = {};
-    ASSERT_GT(::read(report[0], child, sizeof child - 1), 0);
-    ::kill(outer, signal);
-    EXPECT_TRUE(is_gone(child)) << signal;
-  }
 }
 
 TEST(SigningPolicyTest, ObjectsToEveryByteThatNoPhoneReports) {
