@@ -4,10 +4,11 @@
 import json, os, shutil, subprocess, sys, threading, unittest
 
 sys.dont_write_bytecode = True
-from programs import IMEI, ProgramTest, content, issue, make_development_root, read, run, signed, work, write
+from programs import IMEI, ProgramTest, content, issue, read, run, signed, work, write
 
 PHONE, ROOT, *KELPHONE = sys.argv[1:]
 FOLDERS = [os.path.dirname(KELPHONE[-1])] + os.environ.get("LD_LIBRARY_PATH", "").split(":")
+BINDS = [word for folder in FOLDERS if folder for word in ("--bind", folder)]
 CHIP_IDS = {"mediatek": "mt0123456789abcdef0123456789000000", "unisoc": "spab12cd3400000000"}
 STORES = {"mediatek": "mnt/vendor/persist/startPara/", "unisoc": "mnt/vendor/productinfo/startPara/"}
 BACKUP = "kelofs/startPara/"
@@ -16,13 +17,16 @@ STORED = {}  # the parameter file of the default phone of each chip
 
 
 def on_phone(*arguments, before=(), wrap=(), **options):
-    binds = [word for folder in FOLDERS if folder for word in ("--bind", folder)]
-    return run(PHONE, "run", *binds, *before, work("phone"), "--", *wrap, *KELPHONE, *arguments, **options)
+    return run(PHONE, "run", *BINDS, *before, work("phone"), "--", *wrap, *KELPHONE, *arguments, **options)
 
 
 def make_phone(chip="mediatek", *options):
-    libraries = os.path.dirname(KELPHONE[-1]) + "/simulator/vendor"
-    subprocess.run([PHONE, "make", work("phone"), "--chip", chip, "--vendor-libraries", libraries, *options], check=True)
+    made = work("-".join(["made", chip, *options]))  # to be copied, which takes a tenth of the time
+    if not os.path.exists(made):
+        libraries = os.path.dirname(KELPHONE[-1]) + "/simulator/vendor"
+        subprocess.run([PHONE, "make", made, "--chip", chip, "--vendor-libraries", libraries, *options], check=True)
+    replace = 'chmod -Rf u+rwx "$1"; rm -rf "$1" && cp -a "$0" "$1"'
+    subprocess.run(["sh", "-c", replace, made, work("phone")], check=True)
     for folder in [STORES[chip], BACKUP]:
         os.mkdir(work("phone", folder))
         give(folder, 0o770)
@@ -53,8 +57,7 @@ def set_property(value):
 
 class Session:
     def __init__(self):
-        binds = [word for folder in FOLDERS if folder for word in ("--bind", folder)]
-        self.process = subprocess.Popen([PHONE, "run", *binds, work("phone"), "--", *KELPHONE, "line"], text=True,
+        self.process = subprocess.Popen([PHONE, "run", *BINDS, work("phone"), "--", *KELPHONE, "line"], text=True,
                                         bufsize=1, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def ask(self, line):
@@ -66,19 +69,7 @@ class Session:
         return self.process.returncode
 
 
-def provision(test, request):
-    session = Session()
-    challenge = session.ask("challenge 8")
-    test.assertRegex(challenge, "^ok [0-9A-F]{8}$")
-    test.assertEqual(session.ask("respond " + signed(challenge[3:])), "ok")
-    record = session.ask("record " + request)
-    test.assertTrue(record.startswith("ok buildTime="), record)
-    test.assertEqual(session.ask("import " + signed(content(record[3:]))), "ok")
-    test.assertEqual(session.end(), 0)
-
-
 def setUpModule():
-    make_development_root("forged-root")  # of the same names
     issue("signer", ROOT)
 
 
@@ -88,7 +79,14 @@ class KelphoneTest(ProgramTest):
         if chip not in STORED:
             make_phone(chip)
             remove(STORES[chip], BACKUP)
-            provision(self, "featureCode=F01A" + ("&IMEI=" + IMEI if chip == "unisoc" else ""))
+            session = Session()
+            challenge = session.ask("challenge 8")
+            self.assertRegex(challenge, "^ok [0-9A-F]{8}$")
+            self.assertEqual(session.ask("respond " + signed(challenge[3:])), "ok")
+            record = session.ask("record featureCode=F01A" + ("&IMEI=" + IMEI if chip == "unisoc" else ""))
+            self.assertRegex(record, "^ok buildTime=")
+            self.assertEqual(session.ask("import " + signed(content(record[3:]))), "ok")
+            self.assertEqual(session.end(), 0)
             STORED[chip] = read("phone/" + BACKUP + "startPara.dat")
         return STORED[chip]
 
@@ -128,24 +126,16 @@ class KelphoneTest(ProgramTest):
         good = self.stored()
         make_phone("mediatek", "--serial", "5")
         store(good)
-        verdict = json.loads(on_phone("check", "--json").out)
-        self.assertEqual((verdict["valid"], verdict["reason"].startswith("parameter file: ")), (False, True))
+        result = on_phone("check", "--json")
+        verdict = json.loads(result.out)
+        self.assertEqual((result.code, verdict["valid"]), (1, False))
+        self.assertRegex(verdict["reason"], "^parameter file: ")
         result = on_phone("--log", "check", env={**os.environ, "KELCHK_LOG": LOG})
         self.expect(result, 1, err="E kelchk: check_para err\n")
         self.assertNotIn("  check_para", result.out)
         self.assertIn(b"6 kelchk check_para err", read("phone" + LOG))  # passed on, too
 
-    def test_a_modem_that_does_not_answer_decides_nothing(self):
-        good = self.stored("unisoc")
-        for words, code, hang in [("valid", 0, None), ("this phone's IMEI cannot be read", 1, False)]:
-            make_phone("unisoc")
-            store(good, "unisoc")
-            if hang is not None:
-                remove("vendor/modem/imei")
-            self.expect(on_phone("check"), code, words)
-
     def test_service(self):
-        log = work("phone" + LOG)
         good = {chip: self.stored(chip) for chip in CHIP_IDS}
         away = lambda: os.rename(work("phone/kelofs"), work("phone/later"))
         back = lambda: os.rename(work("phone/later"), work("phone/kelofs"))
@@ -164,8 +154,6 @@ class KelphoneTest(ProgramTest):
             with self.subTest(line=line, wait=wait):
                 make_phone(chip)
                 store(good[chip], chip)
-                if os.path.exists(log):
-                    os.remove(log)
                 if before:
                     before()
                 later = threading.Timer(0.5 if after else 0, after or (lambda: None))
@@ -174,7 +162,7 @@ class KelphoneTest(ProgramTest):
                                   wrap=["sh", "-c", 'exec "$0" "$@" >&-'])
                 later.join()
                 self.assertEqual(result[:2], (code, ""), result)
-                lines = [text for text in read(log).decode().splitlines(True) if " kelphone " in text]
+                lines = [text for text in read("phone" + LOG).decode().splitlines(True) if " kelphone " in text]
                 self.assertEqual((len(lines), line in lines[0]), (1, True), lines)
                 verdict = f"ro.vendor.kelchk.verdict={value}\n".encode()
                 self.assertEqual(verdict in read("phone/system/build.prop"), value is not None)
@@ -197,7 +185,8 @@ class KelphoneTest(ProgramTest):
         session = Session()
         for line, answer in [("challenge 4\r", "ok "), ("challenge 251", "failed: challenge takes 0 to 250"),
                              ("challenge -1", "failed: challenge takes"), ("challenge", "ok "),
-                             ("record featureCode=F", "failed: kelo_get_para err"), ("x\x1b[2J", r'failed: unknown request "x\x1B[2J"'),
+                             ("record featureCode=F", "failed: kelo_get_para err"),
+                             ("x\x1b[2J", r'failed: unknown request "x\x1B[2J"'),
                              ("respond " + signed("other"), "failed: signature err"), ("", "failed: "),
                              (r"respond \x", "failed: "), ("x" * 16385, "failed: "), ("import x", "failed: in == NULL"),
                              ("challenge 0", "ok"), ("respond " + signed(""), "ok"),
@@ -209,8 +198,9 @@ class KelphoneTest(ProgramTest):
 
     def test_one_shot_commands(self):
         make_phone("mediatek", "--prop", "ro.boot.otp_ver=1&ro.boot.x=\x9b")
-        report = json.loads(on_phone("security", "--json").out)
-        self.assertEqual((len(report), report["ro.boot.otp_ver"]), (24, r"1&ro.boot.x=\xC2\x9B"))
+        result = on_phone("security", "--json")
+        report = json.loads(result.out)
+        self.assertEqual((result.code, len(report), report["ro.boot.otp_ver"]), (0, 24, r"1&ro.boot.x=\xC2\x9B"))
         result = on_phone("security")
         self.expect(result, 0, f"{'ro.boot.efusemode':<42} hw\n")
         self.assertNotIn("vendor process", result.out)
@@ -230,8 +220,8 @@ class KelphoneTest(ProgramTest):
     def test_wrong_usage_and_lost_output(self):
         make_phone()
         for arguments in [[], ["chek"], ["check", "x"], ["efuse", "--json"], ["security", "--service"], ["authorize"],
-                          ["check", "--wait", "3601"], ["check", "--wait"], ["check", "--bogus"], ["authorize", "/none"], ["authorize", "/"],
-                          ["authorize", "/dev/zero"]]:
+                          ["check", "--wait", "3601"], ["check", "--wait"], ["check", "--bogus"],
+                          ["authorize", "/none"], ["authorize", "/"], ["authorize", "/dev/zero"]]:
             with self.subTest(arguments=arguments):
                 self.expect(on_phone(*arguments), 2, err="kelphone: ")
         for redirection in [">/dev/full", ">&-"]:

@@ -6,7 +6,7 @@ import fcntl, os, re, sys, unittest
 sys.dont_write_bytecode = True
 import kelphone_test as kelphone
 from kelphone_test import BACKUP, LOG, ROOT, STORED as GOOD, STORES, make_phone, on_phone, remove, set_property, store
-from programs import LONG_COMMENT, content, encoded_certificate, issue, read, signed, work
+from programs import LONG_COMMENT, content, encoded_certificate, issue, make_development_root, read, signed, work
 
 PAGE = os.path.join(os.path.dirname(os.path.realpath(__file__)), "../docs/troubleshooting.md")
 ANSWERS = {"Not valid": (1, "not valid"), "Valid, with a remark": (0, "valid")}
@@ -16,6 +16,7 @@ PRIMARY, SECOND, IMEI = STORES[M] + "startPara.dat", BACKUP + "startPara.dat", "
 
 def setUpModule():
     kelphone.setUpModule()
+    make_development_root("forged-root")  # of the same names
     for chip in (M, U):
         kelphone.KelphoneTest().stored(chip)
 
