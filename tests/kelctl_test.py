@@ -12,13 +12,6 @@ KELCTL, LIBRARY, ROOT, PHONE = sys.argv[1:]
 BESIDE = os.path.dirname(os.path.realpath(KELCTL))
 CHIP_ID = "mt0123456789abcdef0123456789000000"  # of a phone that PHONE makes
 CHALLENGE = "0123456789ABCDEF" * 4
-# Writes each request to a log and gives the answer to its verb, out of a JSON object.
-STAND_IN = """import json, sys
-answers = json.loads(sys.argv[2])
-for line in sys.stdin:
-    open(sys.argv[1], "a").write(line)
-    print(answers[line.split()[0]], flush=True)
-"""
 
 
 def kelctl(*arguments, **options):
@@ -33,6 +26,12 @@ def setUpModule():
     issue("short", ROOT, extensions="")
 
 
+def stand_in(log, answers):
+    """The command of a phone or signer that writes each request to |log| and gives the answer to its verb."""
+    cases = "".join(f"{verb}*) printf '%s\\n' {shlex.quote(answer)};; " for verb, answer in answers.items())
+    return f"""while IFS= read -r line; do printf '%s\\n' "$line" >> {work(log)}; case $line in {cases} esac; done"""
+
+
 class KelctlTest(ProgramTest):
     def provision(self, *options, phone=None, signer=None, journal="journal"):
         """Runs one pass between stand-ins; |phone| and |signer| are answers that differ, or whole commands."""
@@ -42,10 +41,8 @@ class KelctlTest(ProgramTest):
                    {"challenge": "ok " + signed(CHALLENGE), "record": "ok " + signed(content(RECORD))}]
         commands = []
         for name, answer, other in zip(["phone", "signer"], answers, [phone, signer]):
-            if not isinstance(other, str):
-                answers = json.dumps({**answer, **(other or {})})
-                other = shlex.join([sys.executable, "-c", STAND_IN, work(name + ".log"), answers])
-            commands += [f"--{name}-command", other]
+            command = other if isinstance(other, str) else stand_in(name + ".log", {**answer, **(other or {})})
+            commands += [f"--{name}-command", command]
         return kelctl("provision", *commands, "--feature-code", "F01A", "--journal", work(journal), *options)
 
     def test_provisions(self):
