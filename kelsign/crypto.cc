@@ -1,10 +1,6 @@
 #include "kelsign/crypto.h"
 
-#include <fmt/core.h>
-#include <openssl/crypto.h>
 #include <openssl/err.h>
-
-#include "common/file.h"
 
 namespace kelsign {
 
@@ -15,25 +11,22 @@ std::string base64(std::string_view bytes) {
   return text;
 }
 
+std::string without_line_break(std::string text) {
+  if (text.ends_with('\n')) text.pop_back();
+  if (text.ends_with('\r')) text.pop_back();
+  return text;
+}
+
 void require(bool done, const std::string& what) {
   if (done) return;
   const char* const reason = ERR_reason_error_string(ERR_get_error());
   ERR_clear_error();
-  throw common::Error(fmt::format("{}: {}", what, reason != nullptr ? reason : "OpenSSL gives no reason"));
-}
-
-BioHandle open_pem(const std::string& path) {
-  constexpr size_t kMaxPemLen = 65536;
-  std::string text = common::read_file(path, kMaxPemLen);
-  BioHandle stream(BIO_new(BIO_s_secmem()));
-  require(BIO_write(stream.get(), text.data(), static_cast<int>(text.size())) >= 0, path);
-  OPENSSL_cleanse(text.data(), text.size());
-  return stream;
+  throw common::Error(reason != nullptr ? what + ": " + reason : what);
 }
 
 void require_rsa_2048(EVP_PKEY* key, const std::string& path) {
-  if (EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == 2048) return;
-  throw common::Error(path + ": an RSA key of 2048 bits was expected");
+  require(EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == 2048,
+          path + ": an RSA key of 2048 bits was expected");
 }
 
 }  // namespace kelsign

@@ -8,26 +8,19 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
+#include "common/file.h"
 #include "common/outcome.h"
 
 namespace kelsign {
 
-template <auto free>
-struct FreeBy {
-  template <typename Handle>
-  void operator()(Handle* handle) const {
-    free(handle);
-  }
-};
+template <typename Type, auto free>
+using Handle = std::unique_ptr<Type, std::integral_constant<decltype(free), free>>;
 
-using BioHandle = std::unique_ptr<BIO, FreeBy<BIO_free>>;
-using CertificateHandle = std::unique_ptr<X509, FreeBy<X509_free>>;
-using DigestHandle = std::unique_ptr<EVP_MD_CTX, FreeBy<EVP_MD_CTX_free>>;
-using ExtensionHandle = std::unique_ptr<X509_EXTENSION, FreeBy<X509_EXTENSION_free>>;
-using KeyContextHandle = std::unique_ptr<EVP_PKEY_CTX, FreeBy<EVP_PKEY_CTX_free>>;
-using KeyHandle = std::unique_ptr<EVP_PKEY, FreeBy<EVP_PKEY_free>>;
-using RequestHandle = std::unique_ptr<X509_REQ, FreeBy<X509_REQ_free>>;
+using CertificateHandle = Handle<X509, X509_free>;
+using KeyHandle = Handle<EVP_PKEY, EVP_PKEY_free>;
+using RequestHandle = Handle<X509_REQ, X509_REQ_free>;
 
 inline const unsigned char* bytes_of(std::string_view text) {
   return reinterpret_cast<const unsigned char*>(text.data());
@@ -35,20 +28,23 @@ inline const unsigned char* bytes_of(std::string_view text) {
 
 std::string base64(std::string_view bytes);
 
-// Throws common::Error with |what| and OpenSSL's reason unless |done|.
-void require(bool done, const std::string& what);
+// A PIN, a chip id and a line of a list may end in one.
+std::string without_line_break(std::string text);
 
-// The file |path|, in memory that is cleared afterwards.
-BioHandle open_pem(const std::string& path);
+// Throws common::Error with |what| and OpenSSL's reason, if it gives one, unless |done|.
+void require(bool done, const std::string& what);
 
 // What |read|, a PEM reader of OpenSSL, makes of the file |path|, without a passphrase. Throws common::Error, naming
 // it, when it is nothing.
-template <typename Handle, typename Read>
-Handle load_pem(const std::string& path, Read read, const char* expected) {
+template <typename Result, typename Read>
+Result load_pem(const std::string& path, Read read, const char* expected) {
+  constexpr size_t kMaxPemLen = 65536;
+  const std::string text = common::read_file(path, kMaxPemLen);
+  const Handle<BIO, BIO_free> stream(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   char no_passphrase[] = "";
-  Handle handle(read(open_pem(path).get(), nullptr, nullptr, no_passphrase));
-  if (handle == nullptr) throw common::Error(path + ": " + expected + " was expected");
-  return handle;
+  Result result(read(stream.get(), nullptr, nullptr, no_passphrase));
+  if (result == nullptr) throw common::Error(path + ": " + expected + " was expected");
+  return result;
 }
 
 // Throws common::Error, naming |path|, unless |key| is one that a phone accepts.

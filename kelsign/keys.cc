@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
-#include <openssl/crypto.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/rsa.h>
@@ -33,16 +32,7 @@ constexpr int kPinIncorrect = 0xA0;
 constexpr int kPinLenRange = 0xA2;
 constexpr int kPinLocked = 0xA4;
 
-using EngineHandle = std::unique_ptr<ENGINE, FreeBy<ENGINE_free>>;
-using RunningEngine = std::unique_ptr<ENGINE, FreeBy<ENGINE_finish>>;
-
-struct Pin {
-  Pin() = default;
-  Pin(const Pin&) = delete;
-  Pin& operator=(const Pin&) = delete;
-  ~Pin() { OPENSSL_cleanse(text.data(), text.size()); }
-  std::string text;
-};
+using EngineHandle = Handle<ENGINE, ENGINE_free>;
 
 struct Uri {
   std::string key;  // without the query
@@ -83,44 +73,37 @@ Uri parse_uri(const std::string& name) {
   return uri;
 }
 
-void ask_pin(const Uri& uri, Pin& pin) {
+std::string ask_pin(const Uri& uri) {
   // A background process would be stopped by its question.
   const common::Fd terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal || ::tcgetpgrp(terminal.get()) != ::getpgrp()) {
     throw Error(uri.key + ": no PIN: there is no terminal, so pin-source or KELSIGN_PIN was expected");
   }
-  pin.text.resize(kMaxPinLen + 1);
   UI_set_default_method(UI_OpenSSL());
   const std::string prompt = fmt::format("PIN of {}: ", common::escape(uri.key));
-  if (EVP_read_pw_string(pin.text.data(), static_cast<int>(pin.text.size()), prompt.c_str(), 0) != 0) {
-    throw Error(uri.key + ": no PIN was entered");
-  }
-  pin.text.resize(std::strlen(pin.text.c_str()));
+  char pin[kMaxPinLen + 1];
+  require(EVP_read_pw_string(pin, sizeof pin, prompt.c_str(), 0) == 0, uri.key + ": no PIN was entered");
+  return pin;
 }
 
-void read_pin(const Uri& uri, Pin& pin) {
+std::string read_pin(const Uri& uri) {
+  if (!uri.pin_source.empty()) return common::read_file(uri.pin_source, kMaxPinLen);
   const char* const variable = std::getenv("KELSIGN_PIN");
-  if (!uri.pin_source.empty()) {
-    pin.text = common::read_file(uri.pin_source, kMaxPinLen);
-  } else if (variable != nullptr) {
-    pin.text = variable;
-  } else {
-    ask_pin(uri, pin);
-  }
-  if (pin.text.ends_with('\n')) pin.text.pop_back();
-  if (pin.text.ends_with('\r')) pin.text.pop_back();
-  if (pin.text.empty()) throw Error(uri.key + ": the PIN is empty");
-  if (pin.text.find('\0') != std::string::npos) throw Error(uri.key + ": the PIN has a NUL inside");
+  return variable != nullptr ? variable : ask_pin(uri);
 }
 
-EngineHandle make_engine(const Uri& uri, const Pin& pin) {
+EngineHandle make_engine(const Uri& uri) {
+  const std::string pin = without_line_break(read_pin(uri));
+  if (pin.empty()) throw Error(uri.key + ": the PIN is empty");
+  if (pin.find('\0') != std::string::npos) throw Error(uri.key + ": the PIN has a NUL inside");
+
   EngineHandle engine(ENGINE_by_id("pkcs11"));
   require(engine != nullptr, "OpenSSL's engine \"pkcs11\", Debian's libengine-pkcs11-openssl, cannot be loaded");
   // Its own messages would show the URI and the PIN's file.
   require(ENGINE_ctrl_cmd_string(engine.get(), "QUIET", nullptr, 0) == 1 &&
               (uri.module_path.empty() ||
                ENGINE_ctrl_cmd_string(engine.get(), "MODULE_PATH", uri.module_path.c_str(), 0) == 1) &&
-              ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin.text.c_str(), 0) == 1,
+              ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin.c_str(), 0) == 1,
           kUnusableModule);
   return engine;
 }
@@ -136,12 +119,10 @@ EngineHandle make_engine(const Uri& uri, const Pin& pin) {
 }
 
 KeyHandle load_from_module(const Uri& uri) {
-  Pin pin;
-  read_pin(uri, pin);
-  const EngineHandle engine = make_engine(uri, pin);
+  const EngineHandle engine = make_engine(uri);
   require(ENGINE_init(engine.get()) == 1, kUnusableModule);
-  const RunningEngine running(engine.get());  // the key keeps it running
-  UI_set_default_method(UI_null());           // the engine must not ask for another PIN
+  const Handle<ENGINE, ENGINE_finish> running(engine.get());  // the key keeps it running
+  UI_set_default_method(UI_null());                           // the engine must not ask for another PIN
   KeyHandle key(ENGINE_load_private_key(engine.get(), uri.key.c_str(), nullptr, nullptr));
   if (key == nullptr) throw_missing_key(uri);
   require_rsa_2048(key.get(), uri.key);
@@ -155,11 +136,6 @@ KeyHandle load_key(const std::string& name) {
   auto key = load_pem<KeyHandle>(name, PEM_read_bio_PrivateKey, "a private key in PEM, without a passphrase,");
   require_rsa_2048(key.get(), name);
   return key;
-}
-
-void reject_pin(const char* argument) {
-  if (::strcasestr(argument, "pin-value=") == nullptr) return;
-  throw Error("other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN");
 }
 
 }  // namespace kelsign

@@ -12,7 +12,4 @@ namespace kelsign {
 // "module-path" names the module, else the engine's default is used. Throws common::Error, which never shows a PIN.
 KeyHandle load_key(const std::string& name);
 
-// Throws common::Error when |argument| of the command line has a PIN in it, which other users can see.
-void reject_pin(const char* argument);
-
 }  // namespace kelsign

@@ -3,25 +3,18 @@
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
+#include <cstring>
 #include <optional>
 #include <string>
 
 #include "common/file.h"
 #include "common/line_protocol.h"
 #include "common/outcome.h"
-#include "kelchk.h"
 #include "kelsign/certificates.h"
-#include "kelsign/keys.h"
 #include "kelsign/signer.h"
 
 namespace kelsign {
 namespace {
-
-constexpr char kFooter[] = R"(
-A KEY is a PEM file or a URI such as "pkcs11:token=line;object=signer?pin-source=/etc/pin". Without a
-pin-source the PIN is taken from KELSIGN_PIN, or asked for. kelsign(1) says what is signed.
-
-Exit codes: 0 done; 1 refused to sign; 2 wrong usage, or something unreadable or not writable.)";
 
 struct Options {
   NewCertificate wanted;
@@ -30,11 +23,6 @@ struct Options {
   bool as_record = false;
   SessionOptions session;
 };
-
-std::string check_feature_code(const std::string& code) {
-  const bool usable = !code.empty() && code.size() <= KELCHK_FEATURE_CODE_MAX && code.find('&') == std::string::npos;
-  return usable ? "" : fmt::format("1 to {} characters without \"&\" were expected", KELCHK_FEATURE_CODE_MAX);
-}
 
 void sign(const Options& options) {
   const Signer signer(options.key, options.certificate);
@@ -98,11 +86,9 @@ void add_line(CLI::App& app, Options& options) {
   line.callback([&options] { serve(Signer(options.key, options.certificate), options.session); });
   add_pair(line, options)->required();
   add(line, "--feature-code", session.feature_codes, "CODE...", "Sign records with these feature codes alone")
-      ->required()
-      ->check(check_feature_code);
-  CLI::Option* const allow = line.add_option_function<std::string>(
-      "--allow", [&session](const std::string&) { session.allows_chip_ids = true; }, "Sign chip ids as well");
-  allow->type_name("chip-id")->check(CLI::IsMember({"chip-id"}));
+      ->required();
+  CLI::Option* const allow = add(line, "--allow", session.allowed, "", "Sign chip ids as well");
+  allow->check(CLI::IsMember({"chip-id"}));
   add(line, "--chip-ids", session.chip_ids_path, "FILE", "Sign only the chip ids in this file, one a line")
       ->needs(allow);
   add(line, "--journal", session.journal_path, "FILE",
@@ -110,14 +96,17 @@ void add_line(CLI::App& app, Options& options) {
 }
 
 void run(int argc, char** argv) {
-  for (int i = 1; i < argc; ++i) reject_pin(argv[i]);
+  for (int i = 1; i < argc; ++i) {
+    if (::strcasestr(argv[i], "pin-value=") == nullptr) continue;
+    throw common::Error("other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN");
+  }
   Options options;
   CLI::App app("Makes roots and signers, and signs what phones whose records libkelchk guards accept.", "kelsign");
   // Not require_subcommand(), which hides an unknown word.
   app.callback([&app] {
     if (app.get_subcommands().empty()) throw common::Error("a subcommand is required (see kelsign --help)");
   });
-  app.footer(kFooter);
+  app.footer("A KEY is a PEM file or a pkcs11: URI. See kelsign(1).");
   app.set_version_flag("--version", "kelsign " KELSIGN_VERSION);
   add_root(app, options.wanted);
   add_signer(app, options.wanted);
@@ -129,8 +118,6 @@ void run(int argc, char** argv) {
     common::print(app.help());
   } catch (const CLI::CallForVersion&) {
     common::print(app.version() + "\n");
-  } catch (const CLI::ParseError& error) {
-    throw common::Error(error.what());
   }
 }
 

@@ -24,13 +24,6 @@ using common::Request;
 using common::TextKind;
 using ChipIds = std::set<std::string>;
 
-// A line of the list may end in one, and so may a chip id.
-std::string without_line_break(std::string line) {
-  if (line.ends_with('\n')) line.pop_back();
-  if (line.ends_with('\r')) line.pop_back();
-  return line;
-}
-
 ChipIds load_chip_ids(const std::string& path) {
   constexpr size_t kMaxListLen = size_t{64} << 20;
   ChipIds chip_ids;
@@ -41,7 +34,7 @@ ChipIds load_chip_ids(const std::string& path) {
 
 std::string message_of(const Request& request, const SessionOptions& options, const ChipIds& chip_ids) {
   const TextKind kind = kind_of(request.verb);
-  if (kind == TextKind::kChipId && !options.allows_chip_ids) throw Refusal("this session signs no chip id");
+  if (kind == TextKind::kChipId && options.allowed != "chip-id") throw Refusal("this session signs no chip id");
   std::string message = common::message_to_sign(kind, request.text);
   if (kind == TextKind::kChipId && !options.chip_ids_path.empty() &&
       !chip_ids.contains(without_line_break(request.text))) {
@@ -65,7 +58,7 @@ Signer::Signer(const std::string& key_name, const std::string& certificate_path)
 }
 
 std::string Signer::sign(std::string_view message) const {
-  const DigestHandle context(EVP_MD_CTX_new());
+  const Handle<EVP_MD_CTX, EVP_MD_CTX_free> context(EVP_MD_CTX_new());
   unsigned char signature[KELCHK_SIGNATURE_LEN];
   size_t len = sizeof signature;
   require(EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key_.get()) == 1 &&

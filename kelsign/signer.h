@@ -33,9 +33,9 @@ common::TextKind kind_of(std::string_view word);
 // What a session signs, beyond what the policy allows.
 struct SessionOptions {
   std::vector<std::string> feature_codes;  // of a record
-  bool allows_chip_ids = false;
-  std::string chip_ids_path;  // the list of the chip ids that are signed, one a line; empty for every one
-  std::string journal_path;   // empty keeps no journal
+  std::string allowed;                     // "chip-id" signs chip ids as well
+  std::string chip_ids_path;               // the list of the chip ids that are signed, one a line; empty for every one
+  std::string journal_path;                // empty keeps no journal
 };
 
 // Answers requests on standard input until it ends. Each is in the journal before its answer. Throws common::Error when
