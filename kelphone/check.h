@@ -22,6 +22,9 @@ struct Look {
 
 Look look_at(File file, Copy copy);
 
+// A simulated phone keeps the kernel's /proc in /run and has links to it in its own. No other machine does that.
+bool is_simulated_phone();
+
 // Why the store of |copy| cannot be used, with the system's words; empty when it can. A folder that is only missing
 // does not count: the first import makes it.
 std::string store_trouble(Copy copy);

@@ -10,10 +10,10 @@
 
 #include "common/file.h"
 #include "common/outcome.h"
+#include "kelphone/check.h"
 #include "kelphone/commands.h"
 #include "kelphone/lock.h"
 #include "kelphone/messages.h"
-#include "kelphone/platform.h"
 
 namespace kelphone {
 namespace {
@@ -32,6 +32,12 @@ constexpr char kHelp[] = R"(usage: kelphone [--log] [--wait SECONDS] COMMAND
   --wait SECONDS      for another process that uses this phone (10), or for all that
                       "check --service" needs (60)
 )";
+
+#ifdef __ANDROID__
+constexpr bool kIsAndroid = true;
+#else
+constexpr bool kIsAndroid = false;
+#endif
 
 constexpr unsigned kMaxWait = 3600;
 constexpr uid_t kSystemUser = 1000;  // and its group, by the same number
@@ -69,7 +75,7 @@ std::string take_options(int argc, char** argv, Options& options) {
 // A simulated phone mostly has none: its folders belong to whoever made it, who is root inside.
 bool has_system_user() {
   struct stat status = {};
-  return platform() == Platform::kPhone || (::stat(kLockFolder, &status) == 0 && status.st_uid == kSystemUser);
+  return !is_simulated_phone() || (::stat(kLockFolder, &status) == 0 && status.st_uid == kSystemUser);
 }
 
 // What root makes in the stores, no other caller could repair or lock.
@@ -93,7 +99,7 @@ int run(int argc, char** argv) {
   if (command == std::end(kCommands) || (command->run == authorize) == options.file.empty()) {
     throw common::Error("wrong usage of \"" + form + "\": see kelphone --help");
   }
-  if (platform() == Platform::kOther) {
+  if (!kIsAndroid && !is_simulated_phone()) {
     throw common::Error(
         "this machine is no phone, and its own folders are not touched. On a simulated phone: "
         "phone run DIR -- kelphone check");

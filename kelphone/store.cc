@@ -4,11 +4,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "common/fd.h"
 #include "kelchk.h"
 #include "kelphone/check.h"
-#include "kelphone/platform.h"
 
 namespace kelphone {
 namespace {
@@ -23,12 +23,17 @@ std::string store_folder(Copy copy) {
 bool is_mounted(const std::string& path) {
   struct stat inside = {};
   struct stat outside = {};
-  return platform() == Platform::kSimulatedPhone ||
-         (::stat(path.c_str(), &inside) == 0 && ::stat((path + "/..").c_str(), &outside) == 0 &&
-          inside.st_dev != outside.st_dev);
+  return is_simulated_phone() || (::stat(path.c_str(), &inside) == 0 && ::stat((path + "/..").c_str(), &outside) == 0 &&
+                                  inside.st_dev != outside.st_dev);
 }
 
 }  // namespace
+
+bool is_simulated_phone() {
+  char target[64];
+  const ssize_t len = ::readlink("/proc/self", target, sizeof target);
+  return len > 0 && std::string_view(target, static_cast<size_t>(len)) == "/run/proc/self";
+}
 
 std::string store_trouble(Copy copy) {
   const std::string folder = store_folder(copy);

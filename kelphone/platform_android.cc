@@ -1,9 +1,0 @@
-#include "kelphone/platform.h"
-
-namespace kelphone {
-
-Platform platform() {
-  return Platform::kPhone;
-}
-
-}  // namespace kelphone
