@@ -17,19 +17,6 @@ namespace {
 
 using kelchk::kRecordKeys;
 
-bool is_printable(char c) {
-  return c >= ' ' && c <= '~';
-}
-
-// A Unisoc phone may report line breaks.
-bool is_printable_or_break(char c) {
-  return is_printable(c) || c == '\n' || c == '\r';
-}
-
-bool is_chip_id(std::string_view text) {
-  return text.starts_with("mt") || text.starts_with("sp");
-}
-
 // A time such as "240429-153012", written in full.
 bool is_time(std::string_view text) {
   constexpr const char* kFormat = "%y%m%d-%H%M%S";
@@ -54,24 +41,22 @@ struct Rule {
 };
 
 constexpr size_t kMaxPropertyLen = 91;
-constexpr size_t kMaxChipIdLen = 256;
-constexpr const char* kChipIdForm = R"(must begin with "mt" or "sp")";
 
 // What holds of a text on every phone. A phone's library takes one value of a key to be signed and may compare another
 // with the phone when the first is longer than any phone's.
 // clang-format off
 constexpr Alphabet kHex = {[](char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }, "not one of 0-9 and A-F"};
-constexpr Alphabet kPlain = {is_printable, "not printable ASCII"};
-constexpr Alphabet kBreaks = {is_printable_or_break, "neither printable ASCII nor a line break"};
-constexpr Alphabet kNoCapitals = {[](char c) { return is_printable_or_break(c) && (c < 'A' || c > 'Z'); }, "a capital letter or not printable ASCII"};
+constexpr Alphabet kPlain = {[](char c) { return c >= ' ' && c <= '~'; }, "not printable ASCII"};
+constexpr Alphabet kBreaks = {[](char c) { return kPlain.has(c) || c == '\n' || c == '\r'; }, "neither printable ASCII nor a line break"};  // as Unisoc phones may report
+constexpr Alphabet kNoCapitals = {[](char c) { return kBreaks.has(c) && (c < 'A' || c > 'Z'); }, "a capital letter or not printable ASCII"};
 
 constexpr Rule kChallengeRule = {"the challenge", 1, KELCHK_CHALLENGE_MAX, kHex};
-constexpr Rule kChipIdRule = {"the chip id", 3, kMaxChipIdLen, kNoCapitals, is_chip_id, kChipIdForm};
+constexpr Rule kChipIdRule = {"the chip id", 3, 256, kNoCapitals, [](std::string_view id) { return id.starts_with("mt") || id.starts_with("sp"); }, R"(must begin with "mt" or "sp")"};
 constexpr Rule kFieldRules[] = {
     {"buildTime", 1, kMaxPropertyLen, kPlain},
     {"buildType", 1, kMaxPropertyLen, kPlain, [](std::string_view value) { return value == "user" || value == "userdebug" || value == "eng" || value == "user_root"; }, "must be user, userdebug, eng or user_root"},
     {"countrySha", 64, 64, kHex},
-    {"cpuID", 3, kMaxChipIdLen, kNoCapitals, is_chip_id, kChipIdForm},
+    {"cpuID", kChipIdRule.min_len, kChipIdRule.max_len, kNoCapitals, kChipIdRule.has_form, kChipIdRule.form},
     {"deviceBrand", 1, kMaxPropertyLen, kPlain},
     {"deviceModel", 4, 4 + kMaxPropertyLen, kPlain, [](std::string_view value) { return value.starts_with("MDF1"); }, "must begin with MDF1"},
     {"featureCode", 1, KELCHK_FEATURE_CODE_MAX, kPlain},
