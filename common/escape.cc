@@ -27,4 +27,10 @@ std::string json_string(std::string_view text) {
   return quoted + '"';
 }
 
+std::string json_line(const Members& members) {
+  std::string object;
+  for (const auto& [name, value] : members) object += (object.empty() ? "{" : ", ") + json_string(name) + ": " + value;
+  return object + "}\n";
+}
+
 }  // namespace common

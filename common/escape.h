@@ -3,6 +3,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace common {
 
@@ -13,5 +15,9 @@ std::string escape(std::string_view text);
 // |text| as a JSON string with its quotes: ASCII only, in the form of escape(), whose backslashes JSON doubles once
 // more.
 std::string json_string(std::string_view text);
+
+// An object of names and JSON values, on a line.
+using Members = std::vector<std::pair<std::string, std::string>>;
+std::string json_line(const Members& members);
 
 }  // namespace common

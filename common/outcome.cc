@@ -11,11 +11,6 @@
 namespace common {
 namespace {
 
-std::string paint(const char* colour, std::string_view words) {
-  if (::isatty(STDOUT_FILENO) != 1) return std::string(words);
-  return colour + std::string(words) + "\x1b[0m";
-}
-
 // The next file opened would take the number of a standard stream that was closed, and receive this program's output.
 // The replacements fail every use, as a closed stream does.
 void replace_closed_streams() {
@@ -35,12 +30,9 @@ void complain(std::string_view name, std::string_view message) {
   std::fputs((escape(name) + ": " + escape(message) + "\n").c_str(), stderr);
 }
 
-std::string good(std::string_view words) {
-  return paint("\x1b[32m", words);
-}
-
-std::string bad(std::string_view words) {
-  return paint("\x1b[31m", words);
+std::string painted(std::string_view words, bool are_good) {
+  if (::isatty(STDOUT_FILENO) != 1) return std::string(words);
+  return (are_good ? "\x1b[32m" : "\x1b[31m") + std::string(words) + "\x1b[0m";
 }
 
 int run_program(const char* program, const std::function<int()>& body) {

@@ -32,9 +32,8 @@ void print(std::string_view text);
 // Writes |message| from |name| to standard error, both escaped.
 void complain(std::string_view name, std::string_view message);
 
-// |words| in green or red when standard output is a terminal, else as they are.
-std::string good(std::string_view words);
-std::string bad(std::string_view words);
+// |words| in green or, unless they are good, red when standard output is a terminal, else as they are.
+std::string painted(std::string_view words, bool are_good);
 
 // Runs |body|, the whole of |program|, closes standard output and returns the exit code. What |body| throws becomes an
 // exit code and an escaped message on standard error.

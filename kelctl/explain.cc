@@ -43,8 +43,8 @@ State verdict_of(const Findings& file) {
 }
 
 std::string painted(const std::string& words, State state) {
-  if (state == State::kHolds) return common::good(words);
-  return state >= State::kFails ? common::bad(words) : words;
+  const bool is_good = state == State::kHolds;
+  return is_good || state >= State::kFails ? common::painted(words, is_good) : words;
 }
 
 std::string lines_of(const Fields& fields) {

@@ -141,13 +141,12 @@ int provision(const ProvisionRequest& request) {
   std::string reasons;
   for (const std::string& reason : pass.reasons) reasons += (reasons.empty() ? "" : ", ") + json_string(reason);
   const std::string outcome = outcome_of(pass);
-  const std::vector<common::Journal::Field> fields = {
-      {"start", json_string(pass.start)},   {"end", json_string(common::journal_time())},
-      {"record", json_string(pass.record)}, {"outcome", json_string(outcome)},
-      {"step", json_string(pass.step)},     {"reasons", "[" + reasons + "]"}};
-  const std::string words = pass.code == common::kYes ? common::good(outcome) : common::bad(outcome);
-  common::print((request.as_json ? common::Journal::object_of(fields) : words) + "\n");
-  common::Journal(request.journal).add(fields);
+  const common::Members members = {{"start", json_string(pass.start)},   {"end", json_string(common::journal_time())},
+                                   {"record", json_string(pass.record)}, {"outcome", json_string(outcome)},
+                                   {"step", json_string(pass.step)},     {"reasons", "[" + reasons + "]"}};
+  const std::string words = common::painted(outcome, pass.code == common::kYes) + "\n";
+  common::print(request.as_json ? common::json_line(members) : words);
+  common::add_to_journal(request.journal, members);
   return pass.code;
 }
 

@@ -142,13 +142,13 @@ Verdict check_stored_files(unsigned wait) {
 }
 
 std::string as_json(const Verdict& verdict) {
-  return json_object({{"valid", verdict.is_valid ? "true" : "false"},
-                      {"reason", common::json_string(joined(verdict.words))},
-                      {"messages", common::json_string(verdict.is_valid ? "" : joined(messages().all))}});
+  return common::json_line({{"valid", verdict.is_valid ? "true" : "false"},
+                            {"reason", common::json_string(joined(verdict.words))},
+                            {"messages", common::json_string(verdict.is_valid ? "" : joined(messages().all))}});
 }
 
 std::string as_text(const Verdict& verdict) {
-  std::string text = (verdict.is_valid ? common::good("valid") : common::bad("not valid")) + "\n";
+  std::string text = common::painted(verdict.is_valid ? "valid" : "not valid", verdict.is_valid) + "\n";
   for (const std::string& line : verdict.words) text += common::escape(line) + "\n";
   return verdict.is_valid ? text : text + listed(messages().all);
 }

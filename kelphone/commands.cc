@@ -33,8 +33,8 @@ common::Fd begin(const Options& options) {
 }
 
 // The values of the report. A value may hold an "&", so it ends where the next name begins.
-Members values_of(std::string_view report) {
-  Members values;
+common::Members values_of(std::string_view report) {
+  common::Members values;
   for (size_t i = 0; i < std::size(properties); ++i) {
     const bool is_last = i + 1 == std::size(properties);
     const std::string next = is_last ? "&" : std::string("&") + properties[i + 1] + "=";
@@ -46,7 +46,7 @@ Members values_of(std::string_view report) {
   return values;
 }
 
-std::string as_table(const Members& values) {
+std::string as_table(const common::Members& values) {
   constexpr size_t kNameWidth = 43;
   std::string text;
   for (const auto& [name, value] : values) {
@@ -101,24 +101,16 @@ std::optional<unsigned> parse_number(std::string_view text, unsigned max) {
   return number;
 }
 
-std::string json_object(const Members& members) {
-  std::string text;
-  for (const auto& [name, value] : members) {
-    text.append(text.empty() ? "{\n  " : ",\n  ").append(common::json_string(name)).append(": ").append(value);
-  }
-  return text + "\n}\n";
-}
-
 int security(const Options& options) {
   const common::Fd lock = begin(options);
   char report[KELCHK_SECURITY_REPORT_CAP];
   unsigned len = 0;
   if (kelo_bsp_sec_ctrl_get(report, sizeof report, &len) != 0) throw common::Refusal(joined(messages().reasons));
   const bool is_hidden = std::strstr(report, ".verified.root_digest=false&") != nullptr;
-  Members values = values_of({report, len});
+  common::Members values = values_of({report, len});
   const std::string table = as_table(values) + (is_hidden ? kHiddenRemark : "");
   for (auto& [name, value] : values) value = common::json_string(value);
-  common::print(options.json ? json_object(values) : table);
+  common::print(options.json ? common::json_line(values) : table);
   return common::kYes;
 }
 
@@ -137,7 +129,8 @@ int authorize(const Options& options) {
   const common::Fd lock = begin(options);
   make_store_folders();
   const bool is_done = kelo_import_aufile(content.data(), static_cast<unsigned>(content.size())) == 0;
-  common::print(is_done ? common::good("ok") + "\n" : common::bad("failed") + "\n" + listed(messages().reasons));
+  common::print(common::painted(is_done ? "ok" : "failed", is_done) + "\n" +
+                (is_done ? "" : listed(messages().reasons)));
   return is_done ? common::kYes : common::kNo;
 }
 

@@ -4,8 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace kelphone {
 
@@ -23,10 +21,6 @@ int security(const Options& options);
 int efuse(const Options& options);
 int authorize(const Options& options);
 int serve_session(const Options& options);  // "line"
-
-// An object of names and JSON values.
-using Members = std::vector<std::pair<std::string, std::string>>;
-std::string json_object(const Members& members);
 
 // The whole of |text| as a number of at most |max|.
 std::optional<unsigned> parse_number(std::string_view text, unsigned max);

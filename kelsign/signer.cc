@@ -80,13 +80,12 @@ common::TextKind kind_of(std::string_view word) {
 
 void serve(const Signer& signer, const SessionOptions& options) {
   const ChipIds chip_ids = load_chip_ids(options.chip_ids_path);
-  const common::Journal journal(options.journal_path);
   const auto record = [&](const Request& request, std::string_view outcome, std::string_view reason) {
-    journal.add({{"time", common::json_string(common::journal_time())},
-                 {"verb", common::json_string(request.verb)},
-                 {"text", common::json_string(request.text)},
-                 {"outcome", common::json_string(outcome)},
-                 {"reason", common::json_string(reason)}});
+    common::add_to_journal(options.journal_path, {{"time", common::json_string(common::journal_time())},
+                                                  {"verb", common::json_string(request.verb)},
+                                                  {"text", common::json_string(request.text)},
+                                                  {"outcome", common::json_string(outcome)},
+                                                  {"reason", common::json_string(reason)}});
   };
   // What cannot be recorded is not signed, so the record comes before the signature.
   common::serve_lines(STDIN_FILENO, STDOUT_FILENO, [&](const Request& request) {
