@@ -8,7 +8,6 @@
 #include "common/escape.h"
 #include "common/file.h"
 #include "common/outcome.h"
-#include "kelchk.h"
 
 namespace kelctl {
 namespace {
@@ -74,12 +73,9 @@ Findings examine_file(const std::string& path, const Question& question) {
 Findings examine(std::string_view bytes, const Question& question) {
   Findings file;
   file.size = bytes.size();
-  const std::string_view text = bytes.substr(0, std::min<size_t>(bytes.find('\0'), KELCHK_SIGNED_FILE_MAX));
-  if (!read_fields(text, file) && check_certificates(bytes, question, file)) return file;
-  if (text.size() < bytes.size()) {
-    file.add("length", State::kWarns, fmt::format("the file is longer than the {} bytes a phone reads", text.size()));
-  }
-  check_record(text, question, file);
+  if (check_record(bytes, question, file) || check_certificates(bytes, question, file)) return file;
+  file.kind = "unknown";
+  file.add("file", State::kFails, "no record, certificate or library");
   return file;
 }
 

@@ -63,17 +63,9 @@ std::string as_table(const std::vector<Findings>& files);
 // Throws common::Error when the result cannot be written.
 int explain(const std::vector<std::string>& paths, const Question& question, bool wants_json);
 
-// The checks add to the findings.
-
-// Takes |text| apart into fields. Returns whether it is a stored file, a signer record or a device parameter record: it
-// has a key of theirs.
-bool read_fields(std::string_view text, Findings& findings);
-
-// The kind and the checks of |text|, whose fields have been read.
-void check_record(std::string_view text, const Question& question, Findings& findings);
-
-// The certificates in PEM in |bytes|, which may be the library's ELF file: it is only read. False, and no findings,
-// when there are none.
+// Add what they find in a stored file, a signer record or a device parameter record; and in certificates in PEM or the
+// library's ELF file. False, and no findings, when |bytes| are none of these.
+bool check_record(std::string_view bytes, const Question& question, Findings& findings);
 bool check_certificates(std::string_view bytes, const Question& question, Findings& findings);
 
 // Describes |signer|, and judges as the library does whether |root| issued it. Open when either is null.

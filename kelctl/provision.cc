@@ -29,21 +29,18 @@ struct Pass {
   std::string step = "start";  // the one under way, and then the one that failed
   std::string record{};
   common::ExitCode code = common::kYes;
+  const char* outcome = "provisioned";
   std::vector<std::string> reasons{};
 };
-
-const char* outcome_of(const Pass& pass) {
-  if (pass.code == common::kYes) return "provisioned";
-  return pass.code == common::kNo ? "not provisioned" : "session failed";
-}
 
 void show(const Pass& pass, const std::string& words) {
   if (!pass.request.as_json) common::print(words + "\n");
 }
 
-// Returns the text of the answer. Throws Refusal with the reasons when it is no, SessionError when none comes in time
-// or what comes is none.
-std::string ask(const Pass& pass, Process& session, std::string_view verb, std::string_view text) {
+// Begins |step| and returns the text of the answer. Throws Refusal with the reasons when it is no, SessionError when
+// none comes in time or what comes is none.
+std::string ask(Pass& pass, const char* step, Process& session, std::string_view verb, std::string_view text) {
+  pass.step = step;
   const std::string line = session.ask(fmt::format("{} {}", verb, common::encode_text(text)), pass.request.timeout);
   common::Answer answer;
   try {
@@ -57,31 +54,28 @@ std::string ask(const Pass& pass, Process& session, std::string_view verb, std::
 
 // What the policy rejects is not passed on to the signer, and what is no signature over |text| with the key of the
 // certificate beside it is not passed on to the phone.
-std::string ask_signature(const Pass& pass, Process& signer, TextKind kind, const std::string& text) {
+std::string ask_signature(Pass& pass, const char* step, Process& signer, TextKind kind, const std::string& text) {
+  pass.step = step;
   const std::string message = common::message_to_sign(kind, text);
-  std::string record = ask(pass, signer, kind == TextKind::kRecord ? "record" : "challenge", text);
+  std::string record = ask(pass, step, signer, kind == TextKind::kRecord ? "record" : "challenge", text);
   const std::string fault = answer_fault(record, message);
   if (!fault.empty()) throw SessionError("the signer: unusable answer: " + fault);
   return record;
 }
 
 void log_in(Pass& pass, Process& phone, Process& signer) {
-  pass.step = "challenge";
-  const std::string challenge = ask(pass, phone, "challenge", kChallengeLen);
+  const std::string challenge = ask(pass, "challenge", phone, "challenge", kChallengeLen);
   show(pass, fmt::format("The phone issues a challenge of {} characters.", challenge.size()));
-  pass.step = "challenge signature";
-  const std::string response = ask_signature(pass, signer, TextKind::kChallenge, challenge);
-  pass.step = "login";
-  ask(pass, phone, "respond", response);
+  ask(pass, "login", phone, "respond",
+      ask_signature(pass, "challenge signature", signer, TextKind::kChallenge, challenge));
   show(pass, "The signer answers it, and the phone accepts the login.");
 }
 
 void take_record(Pass& pass, Process& phone) {
-  pass.step = "record";
   const std::string& feature_code = pass.request.feature_code;
   const std::string& imei = pass.request.imei;
   const std::string suffix = imei.empty() ? "" : "&IMEI=" + imei;
-  pass.record = ask(pass, phone, "record", fmt::format("featureCode={}{}", feature_code, suffix));
+  pass.record = ask(pass, "record", phone, "record", fmt::format("featureCode={}{}", feature_code, suffix));
   show(pass, "The phone describes itself:");
   for (const char* const key : kelchk::kRecordKeys) {
     show(pass, fmt::format("  {:<12} {}", key, common::escape(common::value_of(pass.record, key))));
@@ -91,21 +85,6 @@ void take_record(Pass& pass, Process& phone) {
   const std::string modem_answer = common::value_of(pass.record, kelchk::kImeiKey);  // on Unisoc the whole of it
   if (modem_answer.find(imei) != std::string::npos) return;
   throw Refusal(fmt::format(R"(imei is "{}", not "{}")", modem_answer, imei));
-}
-
-void import_signature(Pass& pass, Process& phone, Process& signer) {
-  pass.step = "record signature";
-  const std::string signature = ask_signature(pass, signer, TextKind::kRecord, pass.record);
-  pass.step = "import";
-  ask(pass, phone, "import", signature);
-  show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
-  pass.step.clear();
-}
-
-void stop(Pass& pass, common::ExitCode code, std::vector<std::string> reasons) {
-  pass.code = code;
-  pass.reasons = std::move(reasons);
-  for (const std::string& reason : pass.reasons) common::complain("kelctl: " + pass.step, reason);
 }
 
 std::vector<std::string> split_reasons(std::string_view text) {
@@ -123,13 +102,21 @@ void run(Pass& pass) {
     Process signer("the signer", pass.request.signer_command);
     log_in(pass, phone, signer);
     take_record(pass, phone);
-    import_signature(pass, phone, signer);
+    ask(pass, "import", phone, "import",
+        ask_signature(pass, "record signature", signer, TextKind::kRecord, pass.record));
+    show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
+    pass.step.clear();
   } catch (const Refusal& refusal) {
-    const std::string reasons = refusal.what();
-    const bool lacks_imei = pass.request.imei.empty() && reasons.find("IMEI err=") != std::string::npos;
-    stop(pass, common::kNo, split_reasons(reasons + (lacks_imei ? "; A Unisoc phone needs --imei." : "")));
+    const std::string_view text = refusal.what();
+    pass.code = common::kNo;
+    pass.outcome = "not provisioned";
+    pass.reasons = split_reasons(text);
+    const bool lacks_imei = pass.request.imei.empty() && text.find("IMEI err=") != std::string::npos;
+    if (lacks_imei) pass.reasons.emplace_back("A Unisoc phone needs --imei.");
   } catch (const SessionError& error) {
-    stop(pass, common::kSessionFailed, {error.what()});
+    pass.code = common::kSessionFailed;
+    pass.outcome = "session failed";
+    pass.reasons = {error.what()};
   }
 }
 
@@ -139,12 +126,14 @@ int provision(const ProvisionRequest& request) {
   Pass pass{request};
   run(pass);
   std::string reasons;
-  for (const std::string& reason : pass.reasons) reasons += (reasons.empty() ? "" : ", ") + json_string(reason);
-  const std::string outcome = outcome_of(pass);
+  for (const std::string& reason : pass.reasons) {
+    common::complain("kelctl: " + pass.step, reason);
+    reasons += (reasons.empty() ? "" : ", ") + json_string(reason);
+  }
   const common::Members members = {{"start", json_string(pass.start)},   {"end", json_string(common::journal_time())},
-                                   {"record", json_string(pass.record)}, {"outcome", json_string(outcome)},
+                                   {"record", json_string(pass.record)}, {"outcome", json_string(pass.outcome)},
                                    {"step", json_string(pass.step)},     {"reasons", "[" + reasons + "]"}};
-  const std::string words = common::painted(outcome, pass.code == common::kYes) + "\n";
+  const std::string words = common::painted(pass.outcome, pass.code == common::kYes) + "\n";
   common::print(request.as_json ? common::json_line(members) : words);
   common::add_to_journal(request.journal, members);
   return pass.code;

@@ -33,15 +33,14 @@ bool has_key_of(const Fields& fields, const char* const (&keys)[count]) {
 std::string cut_fault(const Fields& fields) {
   std::vector<std::string_view> order(std::begin(kRecordKeys), std::end(kRecordKeys));
   order.insert(order.end(), std::begin(kSignerKeys), std::end(kSignerKeys));
-  if (!fields.empty() && fields[0].first == kSignerKeys[0]) order.erase(order.begin(), order.end() - 2);
-  if (fields.empty() || fields.size() > order.size()) return "";
+  if (fields[0].first == kSignerKeys[0]) order.erase(order.begin(), order.end() - 2);
+  if (fields.size() > order.size()) return "";
 
   const auto [field, expected] = std::mismatch(fields.begin(), fields.end() - 1, order.begin(),
                                                [](const auto& found, const auto& key) { return found.first == key; });
   const auto& [key, value] = *field;
   if (field != fields.end() - 1 || key.empty() || !expected->starts_with(key)) return "";
-  const bool is_key_cut = key != *expected;
-  if (is_key_cut && !value.empty()) return "";
+  if (key != *expected && !value.empty()) return "";
   const size_t whole_len = key == "sign" ? (KELCHK_SIGNATURE_LEN + 2) / 3 * 4 : key == "ver" ? 2 : SIZE_MAX;
   if (value.size() >= whole_len) return "";
   return fmt::format("the file is cut: it ends in {}, after {} characters", *expected, value.size());
@@ -143,9 +142,7 @@ void examine_values(std::string_view text, bool is_signed, Findings& findings) {
   }
 }
 
-}  // namespace
-
-bool read_fields(std::string_view text, Findings& findings) {
+Fields fields_of(std::string_view text) {
   Fields fields;
   for (size_t begin = 0; begin < text.size();) {
     const size_t end = std::min(text.find('&', begin), text.size());
@@ -154,25 +151,33 @@ bool read_fields(std::string_view text, Findings& findings) {
     fields.emplace_back(field.substr(0, equals), field.substr(std::min(equals + 1, field.size())));
     begin = end + 1;
   }
-  const bool is_record = has_key_of(fields, kRecordKeys) || has_key_of(fields, kSignerKeys);
-  if (is_record) findings.fields = std::move(fields);
-  return is_record;
+  return fields;
 }
 
-void check_record(std::string_view text, const Question& question, Findings& findings) {
+}  // namespace
+
+bool check_record(std::string_view bytes, const Question& question, Findings& findings) {
+  const std::string_view text = bytes.substr(0, std::min<size_t>(bytes.find('\0'), KELCHK_SIGNED_FILE_MAX));
+  Fields fields = fields_of(text);
+  const bool has_values = has_key_of(fields, kRecordKeys);
+  const bool is_signed = has_key_of(fields, kSignerKeys);
+  if (!has_values && !is_signed) return false;
+
+  findings.kind = !has_values ? "signer record: an authorization file or the response to a challenge"
+                  : is_signed ? "signed parameter file"
+                              : "device parameter record, not signed";
+  findings.fields = std::move(fields);
+  if (text.size() < bytes.size()) {
+    findings.add("length", State::kWarns,
+                 fmt::format("the file is longer than the {} bytes a phone reads", text.size()));
+  }
   const std::string cut = cut_fault(findings.fields);
   if (!cut.empty()) findings.add("length", State::kFails, cut);
   warn_of_repeated_fields(findings);
-  const bool is_signed = has_key_of(findings.fields, kSignerKeys);
-  if (!has_key_of(findings.fields, kRecordKeys)) {
-    findings.kind =
-        is_signed ? "signer record: an authorization file or the response to a challenge" : "no known record";
-    return examine_signer(text, question.message, question.root.get(), findings);
-  }
-  findings.kind = is_signed ? "signed parameter file" : "device parameter record, not signed";
-  examine_values(text, is_signed, findings);
-  if (!is_signed) return;
-  examine_signer(text, question.message ? question.message : findings.content, question.root.get(), findings);
+  if (has_values) examine_values(text, is_signed, findings);
+  const std::optional<std::string>& message = question.message ? question.message : findings.content;
+  if (is_signed) examine_signer(text, message, question.root.get(), findings);
+  return true;
 }
 
 std::string answer_fault(std::string_view answer, const std::string& message) {
