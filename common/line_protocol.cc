@@ -16,6 +16,21 @@ constexpr std::string_view kFailed = "failed: ";
 constexpr std::string_view kEscaped = "\n\r\\";
 constexpr std::string_view kLetters = "nr\\";
 
+// What encode_text() made |line| of. Throws Refusal over any other escape.
+std::string decode_text(std::string_view line) {
+  std::string text;
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (line[i] != '\\') {
+      text += line[i];
+      continue;
+    }
+    const size_t which = ++i < line.size() ? kLetters.find(line[i]) : std::string_view::npos;
+    if (which == std::string_view::npos) throw Refusal(R"(a backslash may only be part of \n, \r and \\)");
+    text += kEscaped[which];
+  }
+  return text;
+}
+
 void require_line(std::string_view line) {
   if (line.size() > kMaxLineLen) {
     throw Refusal("the line is longer than the " + std::to_string(kMaxLineLen) + " bytes that are accepted");
@@ -42,20 +57,6 @@ std::string encode_text(std::string_view text) {
     line += which != std::string_view::npos ? kLetters[which] : c;
   }
   return line;
-}
-
-std::string decode_text(std::string_view line) {
-  std::string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    if (line[i] != '\\') {
-      text += line[i];
-      continue;
-    }
-    const size_t which = ++i < line.size() ? kLetters.find(line[i]) : std::string_view::npos;
-    if (which == std::string_view::npos) throw Refusal(R"(a backslash may only be part of \n, \r and \\)");
-    text += kEscaped[which];
-  }
-  return text;
 }
 
 Request parse_request(std::string_view line) {

@@ -16,9 +16,6 @@ inline constexpr size_t kMaxLineLen = 16384;
 // |text| as it stands in a line: a line break is written "\n", a carriage return "\r" and a backslash "\\".
 std::string encode_text(std::string_view text);
 
-// What encode_text() made |line| of. Throws Refusal over any other escape.
-std::string decode_text(std::string_view line);
-
 struct Request {
   std::string verb;
   std::string text;  // decoded

@@ -18,8 +18,6 @@
 namespace common {
 namespace {
 
-constexpr int kMaxLastReads = 64;  // more than a pipe holds
-
 struct Pipe {
   Pipe() {
     int ends[2];
@@ -101,7 +99,8 @@ Process::~Process() {
   while (::waitpid(guard_, nullptr, 0) < 0 && errno == EINTR) {
   }
   // The end of the group; a process that left it may go on writing.
-  for (int reads = 0; errors_ && reads < kMaxLastReads; ++reads) show_errors();
+  constexpr int kMaxReads = 64;  // more than a pipe holds
+  for (int reads = 0; errors_ && reads < kMaxReads; ++reads) show_errors();
 }
 
 std::string Process::ask(std::string_view line, std::chrono::seconds timeout) {
@@ -142,10 +141,9 @@ void Process::show_errors() {
 }
 
 std::string beside_this_program(const std::string& program) {
-  std::error_code error;
-  const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-  const std::string path = here / program;
-  return !error && ::access(path.c_str(), X_OK) == 0 ? path : program;
+  std::error_code none;
+  const std::string path = std::filesystem::read_symlink("/proc/self/exe", none).replace_filename(program);
+  return ::access(path.c_str(), X_OK) == 0 ? path : program;
 }
 
 }  // namespace common

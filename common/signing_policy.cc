@@ -15,8 +15,6 @@
 namespace common {
 namespace {
 
-using kelchk::kRecordKeys;
-
 // A time such as "240429-153012", written in full.
 bool is_time(std::string_view text) {
   constexpr const char* kFormat = "%y%m%d-%H%M%S";
@@ -67,8 +65,7 @@ constexpr Rule kFieldRules[] = {
     {"ver", 2, 2, kPlain, [](std::string_view value) { return value == "01"; }, "must be 01"},
 };
 // clang-format on
-static_assert(std::equal(std::begin(kFieldRules), std::end(kFieldRules), std::begin(kRecordKeys), std::end(kRecordKeys),
-                         [](const Rule& rule, const char* key) { return rule.name == key; }));
+static_assert(std::ranges::equal(kFieldRules, kelchk::kRecordKeys, {}, &Rule::name));
 
 void check_value(const Rule& rule, std::string_view value) {
   const auto& [name, min_len, max_len, alphabet, has_form, form] = rule;

@@ -5,10 +5,10 @@
 #include <openssl/digest.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/x509v3.h>
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "common/file.h"
 #include "common/outcome.h"
@@ -145,8 +145,8 @@ bool check_certificates(std::string_view bytes, const Question& question, Findin
   }
   if (is_cut(bytes, is_library)) findings.add("length", State::kFails, "the file is cut");
   if (!is_library) return true;
-  const std::string words = fmt::format("it embeds {} certificates; 1 is expected", found.size());
-  findings.judge("library", found.size() == 1 ? "" : words, words);
+  const std::string fault = found.size() == 1 ? "" : fmt::format("it embeds {} certificates, not 1", found.size());
+  findings.judge("library", fault, "it embeds one certificate");
   return true;
 }
 

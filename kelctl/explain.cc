@@ -96,14 +96,10 @@ std::string as_text(const Findings& file) {
 }
 
 std::string as_json(const Findings& file) {
-  const Json none = Json::array();
-  Json json = {{"file", escape(file.path)},
-               {"verdict", meaning_of(verdict_of(file)).verdict},
-               {"kind", file.kind},
-               {"size", file.size},
-               {"fields", none},
-               {"certificates", none},
-               {"checks", none}};
+  Json json = {{"file", escape(file.path)}, {"verdict", meaning_of(verdict_of(file)).verdict},
+               {"kind", file.kind},         {"size", file.size},
+               {"fields", Json::array()},   {"certificates", Json::array()},
+               {"checks", Json::array()}};
   for (const auto& [key, value] : file.fields) {
     json["fields"].push_back({{"key", escape(key)}, {"value", escape(value)}});
   }

@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -100,7 +99,7 @@ class CommandLine {
     add(provision_, "--imei", provisioned_.imei, "IMEI",
         "The phone's IMEI, which its record must hold; Unisoc needs it")
         ->check(check_imei);
-    add(provision_, "--timeout", timeout_, "SECONDS", "The longest wait for each answer (60)")
+    add(provision_, "--timeout", provisioned_.timeout, "SECONDS", "The longest wait for each answer (60)")
         ->check(CLI::Range(1, 24 * 60 * 60));
     add(provision_, "--journal", provisioned_.journal, "FILE", "Append one JSON object on a line for this pass");
     provision_.add_flag("--json", provisioned_.as_json, "Print that object instead of the steps");
@@ -120,7 +119,6 @@ class CommandLine {
 
   int run_provision() {
     using common::beside_this_program;
-    provisioned_.timeout = std::chrono::seconds(timeout_);
     provisioned_.phone_command = {"sh", "-c", phone_command_};
     provisioned_.signer_command = {"sh", "-c", signer_command_};
     if (!phone_.empty()) {
@@ -146,7 +144,6 @@ class CommandLine {
   std::vector<std::string> files_;
   bool explains_as_json_ = false;
   std::string phone_command_, phone_, signer_command_, key_, certificate_, root_;
-  int timeout_ = 60;
 };
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+#include <regex>
+
 #include "common/escape.h"
 #include "common/journal.h"
 #include "common/line_protocol.h"
@@ -19,8 +22,6 @@ using common::Process;
 using common::Refusal;
 using common::SessionError;
 using common::TextKind;
-
-constexpr const char* kChallengeLen = "64";  // 256 random bits
 
 // One pass over one phone, and what the journal says of it.
 struct Pass {
@@ -41,7 +42,8 @@ void show(const Pass& pass, const std::string& words) {
 // none comes in time or what comes is none.
 std::string ask(Pass& pass, const char* step, Process& session, std::string_view verb, std::string_view text) {
   pass.step = step;
-  const std::string line = session.ask(fmt::format("{} {}", verb, common::encode_text(text)), pass.request.timeout);
+  const std::string line =
+      session.ask(fmt::format("{} {}", verb, common::encode_text(text)), std::chrono::seconds(pass.request.timeout));
   common::Answer answer;
   try {
     answer = common::parse_answer(line);
@@ -64,7 +66,7 @@ std::string ask_signature(Pass& pass, const char* step, Process& signer, TextKin
 }
 
 void log_in(Pass& pass, Process& phone, Process& signer) {
-  const std::string challenge = ask(pass, "challenge", phone, "challenge", kChallengeLen);
+  const std::string challenge = ask(pass, "challenge", phone, "challenge", "64");  // 256 random bits
   show(pass, fmt::format("The phone issues a challenge of {} characters.", challenge.size()));
   ask(pass, "login", phone, "respond",
       ask_signature(pass, "challenge signature", signer, TextKind::kChallenge, challenge));
@@ -87,15 +89,6 @@ void take_record(Pass& pass, Process& phone) {
   throw Refusal(fmt::format(R"(imei is "{}", not "{}")", modem_answer, imei));
 }
 
-std::vector<std::string> split_reasons(std::string_view text) {
-  std::vector<std::string> reasons;
-  for (size_t end = 0; (end = text.find("; ")) != std::string_view::npos; text.remove_prefix(end + 2)) {
-    reasons.emplace_back(text.substr(0, end));
-  }
-  reasons.emplace_back(text);
-  return reasons;
-}
-
 void run(Pass& pass) {
   try {
     Process phone("the phone", pass.request.phone_command);
@@ -107,10 +100,11 @@ void run(Pass& pass) {
     show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
     pass.step.clear();
   } catch (const Refusal& refusal) {
-    const std::string_view text = refusal.what();
+    const std::string text = refusal.what();
+    const std::regex separator("; ");
     pass.code = common::kNo;
     pass.outcome = "not provisioned";
-    pass.reasons = split_reasons(text);
+    pass.reasons.assign(std::sregex_token_iterator(text.begin(), text.end(), separator, -1), {});
     const bool lacks_imei = pass.request.imei.empty() && text.find("IMEI err=") != std::string::npos;
     if (lacks_imei) pass.reasons.emplace_back("A Unisoc phone needs --imei.");
   } catch (const SessionError& error) {

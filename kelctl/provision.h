@@ -1,7 +1,6 @@
 // "kelctl provision": the whole pass between a phone's session and a signer's.
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -11,8 +10,8 @@ struct ProvisionRequest {
   std::vector<std::string> phone_command;
   std::vector<std::string> signer_command;
   std::string feature_code;
-  std::string imei;  // of a Unisoc phone; may be empty
-  std::chrono::seconds timeout;
+  std::string imei;     // of a Unisoc phone; may be empty
+  int timeout = 60;     // seconds, for each answer
   std::string journal;  // path; empty: none is kept
   bool as_json = false;
 };

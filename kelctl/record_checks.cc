@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <span>
 
 #include "common/outcome.h"
 #include "common/signing_policy.h"
@@ -17,16 +18,11 @@ namespace {
 
 using kelchk::kRecordKeys;
 
-// A phone compares shorter values only.
-constexpr size_t kComparedCap = 1024;
-
 constexpr const char* kSignerKeys[] = {"factoryCert", "sign"};
 
-template <size_t count>
-bool has_key_of(const Fields& fields, const char* const (&keys)[count]) {
-  return std::any_of(fields.begin(), fields.end(), [&](const auto& field) {
-    return std::find(std::begin(keys), std::end(keys), field.first) != std::end(keys);
-  });
+bool has_key_of(const Fields& fields, std::span<const char* const> keys) {
+  const auto is_key = [](const auto& field, std::string_view key) { return field.first == key; };
+  return std::find_first_of(fields.begin(), fields.end(), keys.begin(), keys.end(), is_key) != fields.end();
 }
 
 // Where the fields break off in the order in which they are written; empty when they do not.
@@ -71,14 +67,14 @@ std::string decode_base64(std::string_view text) {
 
 // Why a phone does not take factoryCert; empty when it does. |certificate| is null when it cannot be read.
 std::string certificate_fault(std::string_view encoded, const X509* certificate) {
-  const size_t len = encoded.size();
-  if (len < KELCHK_CERTIFICATE_TEXT_MIN) {
-    return fmt::format("factoryCert {}; a phone takes {} to {} characters",
-                       len == 0 ? "is missing, empty or too long" : fmt::format("has {} characters", len),
+  if (encoded.empty()) return "factoryCert is missing, empty or too long";
+  if (encoded.size() < KELCHK_CERTIFICATE_TEXT_MIN) {
+    return fmt::format("factoryCert has {} characters; a phone takes {} to {}", encoded.size(),
                        KELCHK_CERTIFICATE_TEXT_MIN, KELCHK_CERTIFICATE_TEXT_MAX);
   }
   if (certificate != nullptr) return "";
-  return fmt::format("the {} characters of factoryCert are not a certificate in DER, in base64 on one line", len);
+  return fmt::format("the {} characters of factoryCert are not a certificate in DER, in base64 on one line",
+                     encoded.size());
 }
 
 std::string signature_fault(std::string_view encoded, std::string_view signature) {
@@ -114,16 +110,15 @@ void examine_signer(std::string_view text, const std::optional<std::string>& mes
                            holds ? "belongs" : "does not belong", message->size()));
 }
 
-bool is_compared(std::string_view key, std::string_view record) {
-  if (key == "imei") return common::value_of(record, "cpuID").starts_with("sp");  // on Unisoc alone
-  return key != "featureCode" && key != "time" && key != "ver";
-}
-
 // Why a phone does not take the twelve values in a signed file; empty when it does.
 std::string stored_record_fault(std::string_view text) {
+  constexpr size_t kComparedCap = 1024;  // a phone compares shorter values only
+  const bool is_unisoc = common::value_of(text, "cpuID").starts_with("sp");
   for (const char* const key : kRecordKeys) {
-    if (!is_compared(key, text) || !common::value_of(text, key, kComparedCap).empty()) continue;
-    return fmt::format("{} is too long to be compared with a phone's", key);
+    const std::string_view name = key;
+    const bool is_compared = name != "featureCode" && name != "time" && name != "ver" && (name != "imei" || is_unisoc);
+    if (!is_compared || !common::value_of(text, key, kComparedCap).empty()) continue;
+    return fmt::format("{} is too long to be compared with a phone's", name);
   }
   return "";
 }
@@ -144,12 +139,11 @@ void examine_values(std::string_view text, bool is_signed, Findings& findings) {
 
 Fields fields_of(std::string_view text) {
   Fields fields;
-  for (size_t begin = 0; begin < text.size();) {
-    const size_t end = std::min(text.find('&', begin), text.size());
-    const std::string_view field = text.substr(begin, end - begin);
+  while (!text.empty()) {
+    const std::string_view field = text.substr(0, text.find('&'));
     const size_t equals = std::min(field.find('='), field.size());
     fields.emplace_back(field.substr(0, equals), field.substr(std::min(equals + 1, field.size())));
-    begin = end + 1;
+    text.remove_prefix(std::min(field.size() + 1, text.size()));
   }
   return fields;
 }
@@ -186,10 +180,8 @@ std::string answer_fault(std::string_view answer, const std::string& message) {
   for (const Check& check : findings.checks) {
     if (check.state == State::kFails) return check.words;
   }
-  const std::string expected =
-      fmt::format("factoryCert={}&sign={}", common::value_of(answer, "factoryCert", KELCHK_CERTIFICATE_TEXT_MAX + 1),
-                  common::value_of(answer, "sign"));
-  return answer == expected ? "" : "it holds more than factoryCert and sign";
+  const bool is_exact = answer.starts_with("factoryCert=") && std::count(answer.begin(), answer.end(), '&') == 1;
+  return is_exact ? "" : "it holds more than factoryCert and sign";
 }
 
 }  // namespace kelctl
