@@ -37,7 +37,7 @@ std::string cut_fault(const Fields& fields) {
   const auto& [key, value] = *field;
   if (field != fields.end() - 1 || key.empty() || !expected->starts_with(key)) return "";
   if (key != *expected && !value.empty()) return "";
-  const size_t whole_len = key == "sign" ? (KELCHK_SIGNATURE_LEN + 2) / 3 * 4 : key == "ver" ? 2 : SIZE_MAX;
+  const size_t whole_len = key == "sign" ? (size_t{KELCHK_SIGNATURE_LEN} + 2) / 3 * 4 : key == "ver" ? 2 : SIZE_MAX;
   if (value.size() >= whole_len) return "";
   return fmt::format("the file is cut: it ends in {}, after {} characters", *expected, value.size());
 }
