@@ -6,8 +6,8 @@
  * Threads. The library has no locks: within a process, only one thread at a time may use it. Provisioning calls
  * kelo_get_rand, kelo_verify_rand, kelo_get_para and kelo_import_para_sign in this order and in one process, because
  * they pass state through g_rand_buf, g_is_authed and g_para_buf. Do not read the data symbols while a call runs.
- * Processes share the store directories and the log file, which have no lock either: use the library from one process
- * at a time.
+ * Processes share the store directories and the log file, which have no lock either, so only one process at a time may
+ * use the library.
  *
  * Results. The kelo_ operations return 0 for success and -1 for failure. They never return the reason; they log it to
  * the Android log under the tag "kelchk". Certificate and signature failures and most record mismatches also go to
@@ -17,7 +17,7 @@
  * Buffers. Text ends in a NUL unless stated otherwise. Lengths that are written through a pointer never count the NUL;
  * capacities always do. On failure an output is left untouched unless stated otherwise.
  *
- * Files. Nothing in the store directories makes a call wait, not even a FIFO in place of a file.
+ * Files. No file in a store directory makes a call wait, not even a FIFO.
  *
  * Records. All text that crosses the interface consists of key=value pairs joined by "&", without escaping. A signed
  * record carries "factoryCert", the signer's certificate in DER, and "sign", an RSA PKCS #1 v1.5 signature with SHA-256
@@ -75,9 +75,8 @@ extern "C" {
 /*
  * kelo_get_rand issues a challenge of |*len| characters, 0 to KELCHK_CHALLENGE_MAX, drawn from /dev/urandom, and keeps
  * it in g_rand_buf until a later call has opened the device. On success |out| holds the text "randomNumber=" followed
- * by the challenge in uppercase hexadecimal, and |*len| the length of that text, 13 more than requested. |out| must
- * hold
- * |*len| + 14 bytes; KELCHK_CHALLENGE_ANSWER_CAP is always enough.
+ * by the challenge in uppercase hexadecimal, and |*len| the length of that text, 13 more than requested. The text and
+ * its NUL must fit into |out|; KELCHK_CHALLENGE_ANSWER_CAP bytes always suffice.
  *
  * Fails when an argument is null or |*len| exceeds KELCHK_CHALLENGE_MAX, and then touches nothing. Fails when the
  * random device cannot be opened or read; |out| then holds "randomNumber=" alone, and after a failed read the challenge
@@ -212,9 +211,8 @@ KELCHK_EXPORT const char* kelchk_cert_error_string(int code) KELCHK_SYMBOL("_Z29
 KELCHK_EXPORT int is_mt_chip(void) KELCHK_NOEXCEPT KELCHK_SYMBOL("_Z10is_mt_chipv");
 
 /*
- * calc_imei_checksum stores the Luhn check digit of the first 14 characters of |imei| in |*check|, as a number from 0
- * to
- * 9. A character that is not a decimal digit counts as 0; nothing after a NUL is read.
+ * calc_imei_checksum stores the Luhn check digit of the first 14 characters of |imei| in |*check|, as a number between
+ * 0 and 9. A character that is not a decimal digit counts as 0; nothing after a NUL is read.
  */
 KELCHK_EXPORT void calc_imei_checksum(const char* imei, char* check) KELCHK_NOEXCEPT
     KELCHK_SYMBOL("_Z18calc_imei_checksumPKcPc");
