@@ -23,6 +23,8 @@ using common::Refusal;
 using common::SessionError;
 using common::TextKind;
 
+constexpr size_t kChallengeLen = 64;  // 256 random bits
+
 // One pass over one phone, and what the journal says of it.
 struct Pass {
   const ProvisionRequest& request;
@@ -30,7 +32,7 @@ struct Pass {
   std::string step = "start";  // the one under way, and then the one that failed
   std::string record{};
   common::ExitCode code = common::kYes;
-  const char* outcome = "provisioned";
+  const char* outcome = "session failed";
   std::vector<std::string> reasons{};
 };
 
@@ -66,7 +68,10 @@ std::string ask_signature(Pass& pass, const char* step, Process& signer, TextKin
 }
 
 void log_in(Pass& pass, Process& phone, Process& signer) {
-  const std::string challenge = ask(pass, "challenge", phone, "challenge", "64");  // 256 random bits
+  const std::string challenge = ask(pass, "challenge", phone, "challenge", std::to_string(kChallengeLen));
+  if (challenge.size() != kChallengeLen) {
+    throw Refusal(fmt::format("the challenge has {} characters, not {}", challenge.size(), kChallengeLen));
+  }
   show(pass, fmt::format("The phone issues a challenge of {} characters.", challenge.size()));
   ask(pass, "login", phone, "respond",
       ask_signature(pass, "challenge signature", signer, TextKind::kChallenge, challenge));
@@ -97,8 +102,9 @@ void run(Pass& pass) {
     take_record(pass, phone);
     ask(pass, "import", phone, "import",
         ask_signature(pass, "record signature", signer, TextKind::kRecord, pass.record));
-    show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
     pass.step.clear();
+    pass.outcome = "provisioned";
+    show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
   } catch (const Refusal& refusal) {
     const std::string text = refusal.what();
     const std::regex separator("; ");
@@ -109,7 +115,9 @@ void run(Pass& pass) {
     if (lacks_imei) pass.reasons.emplace_back("A Unisoc phone needs --imei.");
   } catch (const SessionError& error) {
     pass.code = common::kSessionFailed;
-    pass.outcome = "session failed";
+    pass.reasons = {error.what()};
+  } catch (const common::Error& error) {
+    pass.code = common::kUnusable;
     pass.reasons = {error.what()};
   }
 }
@@ -128,7 +136,12 @@ int provision(const ProvisionRequest& request) {
                                    {"record", json_string(pass.record)}, {"outcome", json_string(pass.outcome)},
                                    {"step", json_string(pass.step)},     {"reasons", "[" + reasons + "]"}};
   const std::string words = common::painted(pass.outcome, pass.code == common::kYes) + "\n";
-  common::print(request.as_json ? common::json_line(members) : words);
+  try {
+    common::print(request.as_json ? common::json_line(members) : words);
+  } catch (const common::Error& error) {  // the journal must know of the pass all the same
+    common::complain("kelctl", error.what());
+    pass.code = common::kUnusable;
+  }
   common::add_to_journal(request.journal, members);
   return pass.code;
 }

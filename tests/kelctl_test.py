@@ -33,7 +33,7 @@ def stand_in(log, answers):
 
 
 class KelctlTest(ProgramTest):
-    def provision(self, *options, phone=None, signer=None, journal="journal"):
+    def provision(self, *options, phone=None, signer=None, journal="journal", **streams):
         """Runs one pass between stand-ins; |phone| and |signer| are answers that differ, or whole commands."""
         for name in ["phone.log", "signer.log", "journal"]:
             write(name, "")
@@ -43,7 +43,7 @@ class KelctlTest(ProgramTest):
         for name, answer, other in zip(["phone", "signer"], answers, [phone, signer]):
             command = other if isinstance(other, str) else stand_in(name + ".log", {**answer, **(other or {})})
             commands += [f"--{name}-command", command]
-        return kelctl("provision", *commands, "--feature-code", "F01A", "--journal", work(journal), *options)
+        return kelctl("provision", *commands, "--feature-code", "F01A", "--journal", work(journal), *options, **streams)
 
     def test_provisions(self):
         self.expect(self.provision("--imei", IMEI), 0, "  deviceModel  MDF1KX67\n")
@@ -71,8 +71,8 @@ class KelctlTest(ProgramTest):
         foreign = "the signature does not belong to the certificate"
         # phone, signer, exit code, step, reason, requests that the signer saw
         rows = [
-            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge signature", "not one of 0-9 and A-F", 0),
-            ({"challenge": "ok"}, {}, 1, "challenge signature", "0 characters, not 1 to 250", 0),
+            ({"challenge": "ok mt" + "0" * 62}, {}, 1, "challenge signature", "not one of 0-9 and A-F", 0),
+            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge", "34 characters, not 64", 0),
             ({"challenge": "failed: a; b"}, {}, 1, "challenge", "b", 0),
             ({"challenge": "ok \\x"}, {}, 4, "challenge", "backslash", 0),
             ({"challenge": "\x1b]0;x\x07\x9b31m"}, {}, 4, "challenge", "an answer begins with", 0),
@@ -190,6 +190,10 @@ class KelctlTest(ProgramTest):
         with open("/dev/full", "w") as full:
             for arguments in [["--help"], ["explain", ROOT + "/root.pem"], ["explain", "--json", ROOT + "/root.pem"]]:
                 self.assertEqual(kelctl(*arguments, stdout=full).code, 2)
+            self.assertEqual(self.provision(stdout=full).code, 2)
+            self.assertIn("standard output: cannot be written", json.loads(read("journal"))["reasons"][0])
+            self.assertEqual(self.provision("--json", stdout=full).code, 2)
+            self.assertEqual(json.loads(read("journal"))["outcome"], "provisioned")
 
     def test_judges_as_the_library_does(self):
         chip_id, root = CHIP_ID, ["--root", ROOT + "/root.pem"]
