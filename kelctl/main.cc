@@ -50,6 +50,7 @@ void require_readable(const std::string& path) {
 class CommandLine {
  public:
   CommandLine() {
+    app_.set_version_flag("--version", "kelctl " KELCHK_VERSION);
     app_.require_subcommand(0, 1);  // with at least one required, a misspelled one would not be named
     for (CLI::App* const app : {&app_, &provision_, &explain_}) app->footer(kFooter);
     add_provision();
@@ -61,6 +62,9 @@ class CommandLine {
       app_.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
       common::print(app_.help());
+      return common::kYes;
+    } catch (const CLI::CallForVersion&) {
+      common::print(app_.version() + "\n");
       return common::kYes;
     } catch (const CLI::ParseError& error) {
       throw common::Error(fmt::format("{} (\"kelctl --help\" shows the usage)", error.what()));
@@ -137,8 +141,8 @@ class CommandLine {
   }
 
   CLI::App app_{"Provisions phones between a phone's session and a signer's, and explains files.", "kelctl"};
-  CLI::App& provision_ = *app_.add_subcommand("provision", "The whole pass: challenge, login, record and import");
-  CLI::App& explain_ = *app_.add_subcommand("explain", "Take files apart and say what does not hold");
+  CLI::App& provision_ = *app_.add_subcommand("provision", "Provision one phone: challenge, login, record and import");
+  CLI::App& explain_ = *app_.add_subcommand("explain", "Examine files and show what is wrong with them");
   ProvisionRequest provisioned_;
   Question question_;
   std::vector<std::string> files_;

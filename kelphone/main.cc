@@ -90,7 +90,7 @@ void become_system() {
 int run(int argc, char** argv) {
   Options options;
   const std::string form = take_options(argc, argv, options);
-  if (form == "--help" || form == "version") {
+  if (form == "--help" || form == "-h" || form == "version") {
     common::print(form == "version" ? "kelphone " KELCHK_VERSION "\n" : kHelp);
     return common::kYes;
   }

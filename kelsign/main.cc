@@ -44,7 +44,8 @@ CLI::Option* add(CLI::App& command, const char* name, Value& value, const char* 
 CLI::Option* add_wanted(CLI::App& command, NewCertificate& wanted, const char* name) {
   add(command, "DIR", wanted.folder, "", "Made when missing; nothing in it is overwritten")->required();
   add(command, "--name", wanted.name, "NAME", fmt::format("Common name ({})", name));
-  add(command, "--days", wanted.days, "DAYS", "Valid for so many days")->check(CLI::Range(1, 36500));
+  add(command, "--days", wanted.days, "DAYS", "Days that the certificate is valid, from now")
+      ->check(CLI::Range(1, 36500));
   return add(command, "--key", wanted.key, "KEY", "Use this private key; no key file is written");
 }
 
@@ -101,13 +102,14 @@ void run(int argc, char** argv) {
     throw common::Error("other users can see a pin-value; name a file by pin-source, or set KELSIGN_PIN");
   }
   Options options;
-  CLI::App app("Makes roots and signers, and signs what phones whose records libkelchk guards accept.", "kelsign");
+  CLI::App app("The signing server's program: makes roots and signers, and signs challenges, records and chip ids.",
+               "kelsign");
   // Not require_subcommand(), which hides an unknown word.
   app.callback([&app] {
     if (app.get_subcommands().empty()) throw common::Error("a subcommand is required (see kelsign --help)");
   });
   app.footer("A KEY is a PEM file or a pkcs11: URI. See kelsign(1).");
-  app.set_version_flag("--version", "kelsign " KELSIGN_VERSION);
+  app.set_version_flag("--version", "kelsign " KELCHK_VERSION);
   add_root(app, options.wanted);
   add_signer(app, options.wanted);
   add_sign(app, options);
@@ -125,7 +127,7 @@ void run(int argc, char** argv) {
 }  // namespace kelsign
 
 int main(int argc, char** argv) {
-  ::umask(077);  // nothing that this program makes is anybody else's, but for a certificate
+  ::umask(077);  // only certificates get a wider mode
   return common::run_program("kelsign", [=] {
     kelsign::run(argc, argv);
     return common::kYes;

@@ -117,6 +117,7 @@ struct Tool {
 
   Tool() {
     app.require_subcommand(1);
+    app.set_version_flag("--version", "phone " KELCHK_VERSION);
     add_make(app, request);
     add_set(app, request);
     running->add_option("DIR", root)->required();
