@@ -61,6 +61,9 @@ std::string ask(Pass& pass, const char* step, Process& session, std::string_view
 std::string ask_signature(Pass& pass, const char* step, Process& signer, TextKind kind, const std::string& text) {
   pass.step = step;
   const std::string message = common::message_to_sign(kind, text);
+  if (kind == TextKind::kChallenge && text.size() != kChallengeLen) {
+    throw Refusal(fmt::format("the challenge has {} characters, not {}", text.size(), kChallengeLen));
+  }
   std::string record = ask(pass, step, signer, kind == TextKind::kRecord ? "record" : "challenge", text);
   const std::string fault = answer_fault(record, message);
   if (!fault.empty()) throw SessionError("the signer: unusable answer: " + fault);
@@ -69,9 +72,6 @@ std::string ask_signature(Pass& pass, const char* step, Process& signer, TextKin
 
 void log_in(Pass& pass, Process& phone, Process& signer) {
   const std::string challenge = ask(pass, "challenge", phone, "challenge", std::to_string(kChallengeLen));
-  if (challenge.size() != kChallengeLen) {
-    throw Refusal(fmt::format("the challenge has {} characters, not {}", challenge.size(), kChallengeLen));
-  }
   show(pass, fmt::format("The phone issues a challenge of {} characters.", challenge.size()));
   ask(pass, "login", phone, "respond",
       ask_signature(pass, "challenge signature", signer, TextKind::kChallenge, challenge));

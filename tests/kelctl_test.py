@@ -71,8 +71,8 @@ class KelctlTest(ProgramTest):
         foreign = "the signature does not belong to the certificate"
         # phone, signer, exit code, step, reason, requests that the signer saw
         rows = [
-            ({"challenge": "ok mt" + "0" * 62}, {}, 1, "challenge signature", "not one of 0-9 and A-F", 0),
-            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge", "34 characters, not 64", 0),
+            ({"challenge": "ok mt0123456789abcdef0123456789000000"}, {}, 1, "challenge signature", "not one of 0-9 and A-F", 0),
+            ({"challenge": "ok AB"}, {}, 1, "challenge signature", "2 characters, not 64", 0),
             ({"challenge": "failed: a; b"}, {}, 1, "challenge", "b", 0),
             ({"challenge": "ok \\x"}, {}, 4, "challenge", "backslash", 0),
             ({"challenge": "\x1b]0;x\x07\x9b31m"}, {}, 4, "challenge", "an answer begins with", 0),
