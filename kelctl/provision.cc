@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <regex>
 
 #include "common/escape.h"
 #include "common/journal.h"
@@ -38,6 +37,15 @@ struct Pass {
 
 void show(const Pass& pass, const std::string& words) {
   if (!pass.request.as_json) common::print(words + "\n");
+}
+
+std::vector<std::string> split_reasons(std::string_view text) {
+  std::vector<std::string> reasons;
+  for (size_t end = 0; (end = text.find("; ")) != std::string_view::npos; text.remove_prefix(end + 2)) {
+    reasons.emplace_back(text.substr(0, end));
+  }
+  reasons.emplace_back(text);
+  return reasons;
 }
 
 // Begins |step| and returns the text of the answer. Throws Refusal with the reasons when it is no, SessionError when
@@ -107,10 +115,9 @@ void run(Pass& pass) {
     show(pass, "The signer signs the twelve values, and the phone stores record and signature twice.");
   } catch (const Refusal& refusal) {
     const std::string text = refusal.what();
-    const std::regex separator("; ");
     pass.code = common::kNo;
     pass.outcome = "not provisioned";
-    pass.reasons.assign(std::sregex_token_iterator(text.begin(), text.end(), separator, -1), {});
+    pass.reasons = split_reasons(text);
     const bool lacks_imei = pass.request.imei.empty() && text.find("IMEI err=") != std::string::npos;
     if (lacks_imei) pass.reasons.emplace_back("A Unisoc phone needs --imei.");
   } catch (const SessionError& error) {
