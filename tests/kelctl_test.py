@@ -139,9 +139,11 @@ class KelctlTest(ProgramTest):
     def test_ends_the_sessions_however_it_ends(self):
         def start(pids, timeout):
             command = f"trap '' HUP INT TERM; sleep 1000 & echo $! $$ > {pids}; wait; wait"
+            # A test in the background of a shell inherits an ignored SIGINT.
             return subprocess.Popen([KELCTL, "provision", "--phone-command", command, "--signer-command", "cat",
                                      "--feature-code", "F", "--timeout", timeout],
-                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                    preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
 
         ends = {"SIGINT": "60", "SIGTERM": "60", "SIGKILL": "60", "timeout": "3"}
         processes = {name: start(work(name), timeout) for name, timeout in ends.items()}
